@@ -1,0 +1,24 @@
+// The completion shapes of every server call.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "foundation/Value.h"
+
+namespace veltrane {
+
+// (success, message, result). An absent result (nullopt) is not JSON null: a
+// ResultCallback<Value> can receive either.
+template <class T>
+using ResultCallback = std::function<void(bool success, std::optional<std::string> message, std::optional<T> result)>;
+
+// (success, message, success again): the completion of commands whose reply
+// data is dropped (lock, unlock, print, submit...).
+using FlagCallback = std::function<void(bool success, std::optional<std::string> message, bool flag)>;
+
+// What the gateway hands back: the reply's data part as it came.
+using GatewayCallback = ResultCallback<Value>;
+
+} // namespace veltrane

@@ -1,0 +1,64 @@
+// One page of a paged server list: the envelope's counters and its rows,
+// converted into records.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "foundation/Value.h"
+
+namespace veltrane {
+
+template <class T>
+class DataPage {
+public:
+    // Turns one row into a record; returning nothing is an error.
+    using Conversion = std::function<std::optional<T>(const Value&)>;
+
+    DataPage() = default;
+
+    // Reads "count", "totalPages", "totalRows" and "nowPage" (numbers or numeric
+    // text; absent gives 0; null throws ValueError). With a conversion and an
+    // array under "data", converts every row in order; an exception from the
+    // conversion ends construction. Otherwise data() stays nothing, which is
+    // not the same as an empty page.
+    DataPage(const Dictionary& dictionary, const Conversion& andDataConvertionBlock)
+        : count_(dictionary.intValue("count")),
+          totalPages_(dictionary.intValue("totalPages")),
+          totalRows_(dictionary.intValue("totalRows")),
+          currentPage_(dictionary.intValue("nowPage")) {
+        if (!andDataConvertionBlock) return;
+        const Value* rows = dictionary.find("data");
+        if (!rows || !rows->isArray()) return;
+        std::vector<T> result;
+        result.reserve(rows->asArray().size());
+        for (const Value& row : rows->asArray()) {
+            std::optional<T> record = andDataConvertionBlock(row);
+            if (!record) throw ValueError("a page row converted to nothing");
+            result.push_back(std::move(*record));
+        }
+        data_ = std::move(result);
+    }
+
+    int32_t count() const noexcept { return count_; }
+    void setCount(int32_t v) noexcept { count_ = v; }
+    int32_t totalPages() const noexcept { return totalPages_; }
+    void setTotalPages(int32_t v) noexcept { totalPages_ = v; }
+    int32_t totalRows() const noexcept { return totalRows_; }
+    void setTotalRows(int32_t v) noexcept { totalRows_ = v; }
+    int32_t currentPage() const noexcept { return currentPage_; }
+    void setCurrentPage(int32_t v) noexcept { currentPage_ = v; }
+    const std::optional<std::vector<T>>& data() const noexcept { return data_; }
+    void setData(std::optional<std::vector<T>> v) { data_ = std::move(v); }
+
+private:
+    int32_t count_ = 0;
+    int32_t totalPages_ = 0;
+    int32_t totalRows_ = 0;
+    int32_t currentPage_ = 0;
+    std::optional<std::vector<T>> data_;
+};
+
+} // namespace veltrane

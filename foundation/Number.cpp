@@ -1,0 +1,159 @@
+// Numeric readings of Number and of text, by the conversion rules of Number.h.
+#include "foundation/Number.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <string_view>
+
+namespace veltrane {
+
+int64_t truncateToLong(double v) noexcept {
+    if (std::isnan(v)) return 0;
+    if (v >= 0x1p63) return std::numeric_limits<int64_t>::max();
+    if (v < -0x1p63) return std::numeric_limits<int64_t>::min();
+    return static_cast<int64_t>(v);
+}
+
+uint64_t truncateToUnsignedLong(double v) noexcept {
+    if (v >= 0x1p63) return v >= 0x1p64 ? std::numeric_limits<uint64_t>::max() : static_cast<uint64_t>(v);
+    return static_cast<uint64_t>(truncateToLong(v));
+}
+
+long Number::longValue() const noexcept {
+    switch (kind_) {
+    case Kind::Int32:
+    case Kind::Long: return i_;
+    case Kind::UnsignedLong: return static_cast<long>(u_);
+    case Kind::Float: return truncateToLong(f_);
+    case Kind::Double: return truncateToLong(d_);
+    }
+    return 0;
+}
+
+int32_t Number::intValue() const noexcept { return static_cast<int32_t>(longValue()); }
+
+unsigned long Number::unsignedLongValue() const noexcept {
+    switch (kind_) {
+    case Kind::Float: return truncateToUnsignedLong(f_);
+    case Kind::Double: return truncateToUnsignedLong(d_);
+    case Kind::UnsignedLong: return u_;
+    default: return static_cast<unsigned long>(i_);
+    }
+}
+
+double Number::doubleValue() const noexcept {
+    switch (kind_) {
+    case Kind::Int32:
+    case Kind::Long: return static_cast<double>(i_);
+    case Kind::UnsignedLong: return static_cast<double>(u_);
+    case Kind::Float: return f_;
+    case Kind::Double: return d_;
+    }
+    return 0;
+}
+
+float Number::floatValue() const noexcept {
+    switch (kind_) {
+    case Kind::Int32:
+    case Kind::Long: return static_cast<float>(i_);
+    case Kind::UnsignedLong: return static_cast<float>(u_);
+    case Kind::Float: return f_;
+    case Kind::Double: {
+        // Doubles beyond the float range become infinities, not undefined casts.
+        if (std::fabs(d_) > std::numeric_limits<float>::max() && std::isfinite(d_))
+            return d_ > 0 ? std::numeric_limits<float>::infinity() : -std::numeric_limits<float>::infinity();
+        return static_cast<float>(d_);
+    }
+    }
+    return 0;
+}
+
+bool Number::boolValue() const noexcept {
+    switch (kind_) {
+    case Kind::Float: return f_ != 0;
+    case Kind::Double: return d_ != 0;
+    case Kind::UnsignedLong: return u_ != 0;
+    default: return i_ != 0;
+    }
+}
+
+std::string Number::text() const {
+    std::array<char, 64> buf{};
+    std::to_chars_result r{};
+    switch (kind_) {
+    case Kind::Int32:
+    case Kind::Long: r = std::to_chars(buf.begin(), buf.end(), i_); break;
+    case Kind::UnsignedLong: r = std::to_chars(buf.begin(), buf.end(), u_); break;
+    case Kind::Float: r = std::to_chars(buf.begin(), buf.end(), f_); break;
+    case Kind::Double: r = std::to_chars(buf.begin(), buf.end(), d_); break;
+    }
+    return std::string(buf.data(), r.ptr);
+}
+
+bool operator==(const Number& a, const Number& b) noexcept {
+    if (a.isFloating() || b.isFloating()) {
+        if (!a.isFloating() || !b.isFloating()) {
+            // An integer equals a floating value only when that value is integral
+            // and the integer is exactly it.
+            const Number& whole = a.isFloating() ? b : a;
+            double f = a.isFloating() ? a.doubleValue() : b.doubleValue();
+            if (f != std::trunc(f) || f < -0x1p63 || f >= 0x1p64) return false;
+            if (whole.kind() == Number::Kind::UnsignedLong) return f >= 0 && truncateToUnsignedLong(f) == whole.u_;
+            return f < 0x1p63 && truncateToLong(f) == whole.i_;
+        }
+        return a.doubleValue() == b.doubleValue();
+    }
+    bool au = a.kind_ == Number::Kind::UnsignedLong, bu = b.kind_ == Number::Kind::UnsignedLong;
+    if (au == bu) return au ? a.u_ == b.u_ : a.i_ == b.i_;
+    const Number& u = au ? a : b;
+    const Number& s = au ? b : a;
+    return s.i_ >= 0 && static_cast<uint64_t>(s.i_) == u.u_;
+}
+
+namespace {
+std::string_view skipBlanks(std::string_view t) noexcept {
+    size_t i = 0;
+    while (i < t.size() && (t[i] == ' ' || t[i] == '\t' || t[i] == '\n' || t[i] == '\r' || t[i] == '\f' || t[i] == '\v'))
+        ++i;
+    return t.substr(i);
+}
+} // namespace
+
+int64_t leadingInteger(std::string_view text) noexcept {
+    text = skipBlanks(text);
+    bool negative = false;
+    size_t i = 0;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+    uint64_t magnitude = 0;
+    bool overflow = false;
+    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+        uint64_t digit = static_cast<uint64_t>(text[i] - '0');
+        if (magnitude > (std::numeric_limits<uint64_t>::max() - digit) / 10) overflow = true;
+        else magnitude = magnitude * 10 + digit;
+    }
+    constexpr uint64_t limit = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
+    if (negative) {
+        if (overflow || magnitude > limit + 1) return std::numeric_limits<int64_t>::min();
+        return magnitude == limit + 1 ? std::numeric_limits<int64_t>::min() : -static_cast<int64_t>(magnitude);
+    }
+    return overflow || magnitude > limit ? std::numeric_limits<int64_t>::max() : static_cast<int64_t>(magnitude);
+}
+
+double leadingDouble(std::string_view text) noexcept {
+    text = skipBlanks(text);
+    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+    double v = 0;
+    // from_chars reads the longest decimal prefix and never consults the locale.
+    auto r = std::from_chars(text.data(), text.data() + text.size(), v, std::chars_format::general);
+    if (r.ec == std::errc::result_out_of_range) {
+        // Keep the sign and magnitude class of what was written: huge → ±inf, tiny → 0.
+        std::string copy(text.data(), static_cast<size_t>(r.ptr - text.data()));
+        return std::strtod(copy.c_str(), nullptr);
+    }
+    return r.ec == std::errc() ? v : 0.0;
+}
+
+} // namespace veltrane

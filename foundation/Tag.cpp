@@ -1,0 +1,18 @@
+// Tag and its listing.
+#include "foundation/Tag.h"
+
+#include "foundation/Boxing.h"
+#include "foundation/RequestPattern.h"
+#include "platform/Server.h"
+
+namespace veltrane {
+
+Tag::Tag(const Dictionary& dictionary)
+    : ID_(dictionary.intValue("ID")), content_(dictionary.valueOrNull("Content")), title_(dictionary.valueOrNull("Title")) {}
+
+void Tag::listWithCompany(int32_t company, unsigned long andOrderType, ResultCallback<std::vector<Tag>> callback) {
+    Dictionary params{{"type", NSBoxUnsignedLong(andOrderType)}, {"companyid", NSBoxInt(company)}};
+    Server::httpGet("getLabel", params, reply::convertList<Tag>(std::move(callback)));
+}
+
+} // namespace veltrane

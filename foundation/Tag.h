@@ -1,0 +1,36 @@
+// An order tag (label) of a dealer company, copied from the server's record.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "foundation/Callbacks.h"
+#include "foundation/Value.h"
+
+namespace veltrane {
+
+class Tag {
+public:
+    Tag() = default;
+    // Copies "ID" (integer value; absent is 0, null throws ValueError),
+    // "Content" and "Title" (as they stand; absent reads as null).
+    explicit Tag(const Dictionary& dictionary);
+
+    int32_t ID() const noexcept { return ID_; }
+    void setID(int32_t v) noexcept { ID_ = v; }
+    const Value& content() const noexcept { return content_; }
+    void setContent(Value v) { content_ = std::move(v); }
+    const Value& title() const noexcept { return title_; }
+    void setTitle(Value v) { title_ = std::move(v); }
+
+    // GET "getLabel" with "type" (unsigned) and "companyid" (32-bit); the
+    // result is the tags of the reply's list.
+    static void listWithCompany(int32_t company, unsigned long andOrderType, ResultCallback<std::vector<Tag>> callback);
+
+private:
+    int32_t ID_ = 0;
+    Value content_;
+    Value title_;
+};
+
+} // namespace veltrane

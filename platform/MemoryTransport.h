@@ -1,0 +1,60 @@
+// An in-memory transport: records every request and answers from a script,
+// at once or later, on whichever thread delivers. For tests of code that
+// calls Server, in this library and in applications.
+//
+// Thread rules: every member may be called from any thread. Completions run
+// outside the transport's lock, so they may send further requests; an
+// exception that leaves a completion reaches whoever made it run (send() when
+// answering at once, deliver() otherwise).
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/Server.h"
+
+namespace veltrane {
+
+class MemoryTransport : public Transport {
+public:
+    struct Request {
+        HTTPMethod method;
+        std::string api;
+        Parameters params;
+    };
+    struct Reply {
+        bool success = true;
+        std::optional<std::string> message;
+        std::optional<Value> data;
+    };
+
+    // Queues the reply for the next request to api (first in, first out).
+    void script(const std::string& api, Reply reply);
+    // Answers any request that has no scripted reply; without one, such a
+    // request gets (false, "no reply scripted for <api>").
+    void setHandler(std::function<Reply(const Request&)> handler);
+    // Holds completions until deliver() instead of answering inside send().
+    void setDeferred(bool deferred);
+    // Runs the held completions, in order, on the calling thread; returns how many.
+    size_t deliver();
+
+    std::vector<Request> requests() const;
+    Request lastRequest() const;
+    void clear();
+
+    void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) override;
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Request> requests_;
+    std::vector<std::pair<std::string, Reply>> scripted_;
+    std::function<Reply(const Request&)> handler_;
+    bool deferred_ = false;
+    std::deque<std::function<void()>> held_;
+};
+
+} // namespace veltrane

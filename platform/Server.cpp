@@ -1,0 +1,73 @@
+// Server and Account: process-wide state behind a mutex, read on every call.
+#include "platform/Server.h"
+
+#include <mutex>
+
+namespace veltrane {
+
+namespace {
+struct GatewayState {
+    std::mutex mutex;
+    std::shared_ptr<Transport> transport;
+    std::string address;
+    std::optional<User> user;
+};
+GatewayState& state() {
+    static GatewayState s;
+    return s;
+}
+
+void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback callback) {
+    std::shared_ptr<Transport> transport = Server::transport();
+    if (!transport) {
+        callback(false, std::string("no server transport installed"), std::nullopt);
+        return;
+    }
+    transport->send(method, api, std::move(params), std::move(callback));
+}
+} // namespace
+
+void Server::httpGet(const std::string& api, Parameters params, GatewayCallback callback) {
+    send(HTTPMethod::GET, api, std::move(params), std::move(callback));
+}
+
+void Server::httpPost(const std::string& api, Parameters params, GatewayCallback callback) {
+    send(HTTPMethod::POST, api, std::move(params), std::move(callback));
+}
+
+std::string Server::address() {
+    std::lock_guard lock(state().mutex);
+    return state().address;
+}
+
+void Server::setAddress(std::string address) {
+    std::lock_guard lock(state().mutex);
+    state().address = std::move(address);
+}
+
+void Server::setTransport(std::shared_ptr<Transport> transport) {
+    std::lock_guard lock(state().mutex);
+    state().transport = std::move(transport);
+}
+
+std::shared_ptr<Transport> Server::transport() {
+    std::lock_guard lock(state().mutex);
+    return state().transport;
+}
+
+std::optional<User> Account::getCurrentUser() {
+    std::lock_guard lock(state().mutex);
+    return state().user;
+}
+
+void Account::signIn(User user) {
+    std::lock_guard lock(state().mutex);
+    state().user = std::move(user);
+}
+
+void Account::signOut() {
+    std::lock_guard lock(state().mutex);
+    state().user.reset();
+}
+
+} // namespace veltrane

@@ -1,0 +1,73 @@
+// The server gateway: every server call goes through Server by an API name and
+// an optional parameter dictionary, and comes back through one completion.
+//
+// Server only delegates to the Transport that the application installs (tests
+// install a MemoryTransport).
+// All class operations are safe from any thread.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "foundation/Callbacks.h"
+#include "foundation/Value.h"
+
+namespace veltrane {
+
+enum class HTTPMethod { GET, POST };
+
+// Request parameters. nullopt means "no parameter dictionary at all", which is
+// not the same as an empty dictionary and is handed to the transport as such.
+using Parameters = std::optional<Dictionary>;
+
+// Carries one request to the server and answers it. A transport calls each
+// completion exactly once, on a thread of its choosing, and never before send
+// has been entered. It must survive an exception that leaves a completion.
+class Transport {
+public:
+    virtual ~Transport() = default;
+    virtual void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) = 0;
+};
+
+class Server {
+public:
+    // Send a GET or POST request for api. They return at once; the completion
+    // gets (success, the server's message, the reply's data). With no transport
+    // installed it is called at once with (false, "no server transport installed").
+    static void httpGet(const std::string& api, Parameters params, GatewayCallback callback);
+    static void httpPost(const std::string& api, Parameters params, GatewayCallback callback);
+
+    // The server's base address: scheme, host and any leading path.
+    static std::string address();
+    // Sets the base address.
+    static void setAddress(std::string address);
+
+    static void setTransport(std::shared_ptr<Transport> transport);
+    static std::shared_ptr<Transport> transport();
+};
+
+// The signed-in user of the application.
+class User {
+public:
+    User(long ID, long companyID, std::string loginAccount)
+        : ID_(ID), companyID_(companyID), loginAccount_(std::move(loginAccount)) {}
+    long ID() const noexcept { return ID_; }
+    long companyID() const noexcept { return companyID_; }
+    const std::string& loginAccount() const noexcept { return loginAccount_; }
+
+private:
+    long ID_;
+    long companyID_;
+    std::string loginAccount_;
+};
+
+class Account {
+public:
+    // The signed-in user, or nothing when nobody is signed in.
+    static std::optional<User> getCurrentUser();
+    static void signIn(User user);
+    static void signOut();
+};
+
+} // namespace veltrane

@@ -1,0 +1,91 @@
+// Test support: a gateway answered by a MemoryTransport, a log capture, and a
+// recorder for completions.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/JSON.h"
+#include "foundation/Log.h"
+#include "platform/MemoryTransport.h"
+
+namespace veltrane::test {
+
+// Installs a fresh MemoryTransport as the gateway and captures the log.
+class GatewayTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        transport = std::make_shared<MemoryTransport>();
+        Server::setTransport(transport);
+        previousSink = setLogSink([this](std::string_view line) { logLines.emplace_back(line); });
+    }
+    void TearDown() override {
+        setLogSink(previousSink);
+        Server::setTransport(nullptr);
+        Account::signOut();
+    }
+
+    // Scripts the reply to api from JSON text (or nothing when data is empty).
+    void reply(const std::string& api, bool success, std::optional<std::string> message, std::string_view data = "") {
+        std::optional<Value> value;
+        if (!data.empty()) value = parseJSON(data);
+        transport->script(api, {success, std::move(message), std::move(value)});
+    }
+    MemoryTransport::Request lastRequest() const { return transport->lastRequest(); }
+    // The last request's parameters as compact JSON ("none" for no dictionary).
+    std::string sentParams() const {
+        auto params = transport->lastRequest().params;
+        return params ? writeJSON(*params) : "none";
+    }
+
+    std::shared_ptr<MemoryTransport> transport;
+    std::vector<std::string> logLines;
+    LogSink previousSink;
+};
+
+// Records every call of a completion.
+template <class T>
+struct Calls {
+    struct Call {
+        bool success;
+        std::optional<std::string> message;
+        std::optional<T> result;
+    };
+    std::vector<Call> calls;
+
+    auto callback() {
+        return [this](bool success, std::optional<std::string> message, std::optional<T> result) {
+            calls.push_back({success, std::move(message), std::move(result)});
+        };
+    }
+    const Call& only() const {
+        EXPECT_EQ(calls.size(), 1u);
+        return calls.at(0);
+    }
+};
+
+struct FlagCalls {
+    struct Call {
+        bool success;
+        std::optional<std::string> message;
+        bool flag;
+    };
+    std::vector<Call> calls;
+    auto callback() {
+        return [this](bool success, std::optional<std::string> message, bool flag) {
+            calls.push_back({success, std::move(message), flag});
+        };
+    }
+    const Call& only() const {
+        EXPECT_EQ(calls.size(), 1u);
+        return calls.at(0);
+    }
+};
+
+inline Dictionary dict(std::string_view json) { return parseJSON(json).asDictionary(); }
+
+} // namespace veltrane::test

@@ -1,0 +1,112 @@
+// Reading and writing JSON: what parses to what, what is refused and why,
+// and what the writer prints.
+#include <cmath>
+#include <limits>
+
+#include "foundation/Boxing.h"
+#include "foundation/JSON.h"
+#include "support/Harness.h"
+
+namespace veltrane {
+namespace {
+
+struct ParseCase {
+    const char* name;
+    std::string input;
+    const char* written;  // writeJSON of the result, or nullptr when parsing must fail
+    const char* error = "";
+};
+
+const ParseCase kParseCases[] = {
+    {"object keeps key order", R"({"b":1,"a":[true,null,"x"]})", R"({"b":1,"a":[true,null,"x"]})"},
+    {"blanks are dropped", " { \"a\" : [ 1 , 2 ] } ", R"({"a":[1,2]})"},
+    {"scalar at top level", "\"\\u5f20\\n\"", "\"\xE5\xBC\xA0\\n\""},
+    {"integers beyond int64 stay unsigned", "18446744073709551615", "18446744073709551615"},
+    {"negative integer", "-9223372036854775808", "-9223372036854775808"},
+    {"double round-trips", "[0.1,1e-7,123456.789]", "[0.1,1e-07,123456.789]"},
+    {"duplicate key keeps its first place", R"({"a":1,"b":2,"a":3})", R"({"a":3,"b":2})"},
+    {"empty text", "", nullptr, "empty"},
+    {"truncated object", R"({"a":[1,2)", nullptr, "malformed"},
+    {"trailing comma", "[1,]", nullptr, "malformed"},
+    {"bare word", "nul", nullptr, "malformed"},
+    {"invalid UTF-8", "\"\xC3\x28\"", nullptr, "malformed"},
+    {"two documents", "{} {}", nullptr, "malformed"},
+    {"integer beyond uint64", "123456789012345678901234567890", nullptr, "malformed"},
+    {"nesting at the limit", std::string(kJSONMaxDepth, '[') + std::string(kJSONMaxDepth, ']'), nullptr},
+    {"nesting past the limit", std::string(kJSONMaxDepth + 1, '[') + std::string(kJSONMaxDepth + 1, ']'), nullptr, "nested deeper"},
+};
+
+TEST(JSON, Parse) {
+    for (const ParseCase& c : kParseCases) {
+        SCOPED_TRACE(c.name);
+        if (c.written) {
+            EXPECT_EQ(writeJSON(parseJSON(c.input)), c.written);
+        } else if (*c.error == '\0') {
+            EXPECT_NO_THROW(parseJSON(c.input));
+        } else {
+            try {
+                parseJSON(c.input);
+                ADD_FAILURE() << "parsed";
+            } catch (const JSONError& e) {
+                EXPECT_NE(std::string(e.what()).find(c.error), std::string::npos) << e.what();
+            }
+        }
+    }
+}
+
+TEST(JSON, NumberKindsFromText) {
+    Dictionary d = parseJSON(R"({"i":7,"u":18446744073709551615,"d":7.5})").asDictionary();
+    EXPECT_EQ(d.find("i")->asNumber().kind(), Number::Kind::Long);
+    EXPECT_EQ(d.find("u")->asNumber().kind(), Number::Kind::UnsignedLong);
+    EXPECT_EQ(d.find("d")->asNumber().kind(), Number::Kind::Double);
+}
+
+struct WriteCase {
+    const char* name;
+    Value value;
+    const char* written;  // nullptr when the writer must refuse
+};
+
+const WriteCase kWriteCases[] = {
+    {"float prints in its own precision", Array{NSBoxFloat(0.1f), NSBoxFloat(1.0f / 3)}, "[0.1,0.33333334]"},
+    {"double prints shortest", Array{NSBoxDouble(1.0 / 3), NSBoxDouble(42.0)}, "[0.3333333333333333,42]"},
+    {"escapes", Value(std::string("q\" b\\ \x01 \t /")), R"("q\" b\\ \u0001 \t /")"},
+    {"UTF-8 as is", Value("张三"), "\"张三\""},
+    {"guarded nothing is null", Dictionary{{"a", NSGuardNil(std::optional<Value>())}}, R"({"a":null})"},
+    {"NaN is refused", NSBoxDouble(std::nan("")), nullptr},
+    {"infinity is refused", Array{NSBoxFloat(std::numeric_limits<float>::infinity())}, nullptr},
+    {"invalid UTF-8 is refused", Value(std::string("\xFF")), nullptr},
+};
+
+TEST(JSON, Write) {
+    for (const WriteCase& c : kWriteCases) {
+        SCOPED_TRACE(c.name);
+        if (c.written) EXPECT_EQ(writeJSON(c.value), c.written);
+        else EXPECT_THROW(writeJSON(c.value), JSONError);
+    }
+}
+
+TEST(JSON, WrittenNumbersReadBackToTheSameValue) {
+    const double doubles[] = {0.1, 1e-300, 5e-324, 1.7976931348623157e308, -0.0, 123456789.123456789};
+    for (double d : doubles) EXPECT_EQ(parseJSON(writeJSON(NSBoxDouble(d))).doubleValue(), d);
+    const float floats[] = {0.1f, 3.4028235e38f, 1e-45f, 16777217.0f};
+    for (float f : floats) EXPECT_EQ(static_cast<float>(parseJSON(writeJSON(NSBoxFloat(f))).doubleValue()), f);
+}
+
+TEST(JSON, ContainerThatHoldsItselfIsRefusedNotOverflowed) {
+    Array loop;
+    loop.push_back(loop);
+    EXPECT_THROW(writeJSON(loop), JSONError);
+    EXPECT_NE(describe(loop).find("..."), std::string::npos);
+    loop[0] = Value();  // shared handles cannot free a cycle: the holder breaks it
+}
+
+TEST(JSON, DescribeIsOneReadableLine) {
+    EXPECT_EQ(describe(parseJSON(R"({"a":[1,"x"],"b":null})")), R"({"a": [1, "x"], "b": null})");
+    EXPECT_EQ(describe(Value("plain")), "plain");
+    EXPECT_EQ(describe(NSBoxDouble(std::nan(""))), "nan");
+    EXPECT_EQ(describeOrNull(std::optional<Value>()), "(null)");
+}
+
+} // namespace
+} // namespace veltrane
