@@ -15,7 +15,8 @@ namespace veltrane::bench {
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     // Each pair is (subject, peer); counter names the figure compared
-    // ("bytes_per_second", "items_per_second", or "time" for real time).
+    // ("bytes_per_second", "items_per_second"). The difference in real time
+    // per iteration is printed beside each ratio.
     RatioReporter(std::vector<std::pair<std::string, std::string>> pairs, std::string counter)
         : pairs_(std::move(pairs)), counter_(std::move(counter)) {}
 
@@ -23,8 +24,9 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median") continue;
-            double figure = counter_ == "time" ? run.GetAdjustedRealTime() : double(run.counters.at(counter_));
-            figures_[run.run_name.function_name] = figure;
+            figures_[run.run_name.function_name] = double(run.counters.at(counter_));
+            // Real time of one iteration, in microseconds.
+            times_[run.run_name.function_name] = run.GetAdjustedRealTime() * 1e6 / benchmark::GetTimeUnitMultiplier(run.time_unit);
         }
     }
 
@@ -33,7 +35,8 @@ public:
         std::printf("\nRatios (%s, same run):\n", counter_.c_str());
         for (const auto& [subject, peer] : pairs_) {
             if (!figures_.count(subject) || !figures_.count(peer) || figures_[peer] == 0) continue;
-            std::printf("  %-28s / %-28s = %.3f\n", subject.c_str(), peer.c_str(), figures_[subject] / figures_[peer]);
+            std::printf("  %-28s / %-28s = %.3f   (time per iteration %+.1f us)\n", subject.c_str(), peer.c_str(),
+                        figures_[subject] / figures_[peer], times_[subject] - times_[peer]);
         }
     }
 
@@ -41,6 +44,7 @@ private:
     std::vector<std::pair<std::string, std::string>> pairs_;
     std::string counter_;
     std::map<std::string, double> figures_;
+    std::map<std::string, double> times_;
 };
 
 } // namespace veltrane::bench

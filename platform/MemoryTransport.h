@@ -26,11 +26,7 @@ public:
         std::string api;
         Parameters params;
     };
-    struct Reply {
-        bool success = true;
-        std::optional<std::string> message;
-        std::optional<Value> data;
-    };
+    using Reply = GatewayReply;
 
     // Queues the reply for the next request to api (first in, first out).
     void script(const std::string& api, Reply reply);

@@ -27,6 +27,8 @@ void send(HTTPMethod method, const std::string& api, Parameters params, GatewayC
 }
 } // namespace
 
+std::shared_ptr<Transport> makeDefaultHTTPTransport();
+
 void Server::httpGet(const std::string& api, Parameters params, GatewayCallback callback) {
     send(HTTPMethod::GET, api, std::move(params), std::move(callback));
 }
@@ -41,8 +43,16 @@ std::string Server::address() {
 }
 
 void Server::setAddress(std::string address) {
+    bool needsTransport;
+    {
+        std::lock_guard lock(state().mutex);
+        state().address = std::move(address);
+        needsTransport = !state().transport;
+    }
+    if (!needsTransport) return;
+    std::shared_ptr<Transport> transport = makeDefaultHTTPTransport();
     std::lock_guard lock(state().mutex);
-    state().address = std::move(address);
+    if (!state().transport) state().transport = std::move(transport);
 }
 
 void Server::setTransport(std::shared_ptr<Transport> transport) {

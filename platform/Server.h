@@ -1,8 +1,8 @@
 // The server gateway: every server call goes through Server by an API name and
 // an optional parameter dictionary, and comes back through one completion.
 //
-// Server only delegates to the Transport that the application installs (tests
-// install a MemoryTransport).
+// Server only delegates to the installed Transport: the HTTP one is installed
+// by setAddress when none is set; tests install a MemoryTransport.
 // All class operations are safe from any thread.
 #pragma once
 
@@ -20,6 +20,13 @@ enum class HTTPMethod { GET, POST };
 // Request parameters. nullopt means "no parameter dictionary at all", which is
 // not the same as an empty dictionary and is handed to the transport as such.
 using Parameters = std::optional<Dictionary>;
+
+// What a transport hands back for one request.
+struct GatewayReply {
+    bool success = true;
+    std::optional<std::string> message;
+    std::optional<Value> data;  // nothing when the reply carried no data; JSON null is a value
+};
 
 // Carries one request to the server and answers it. A transport calls each
 // completion exactly once, on a thread of its choosing, and never before send
@@ -40,7 +47,8 @@ public:
 
     // The server's base address: scheme, host and any leading path.
     static std::string address();
-    // Sets the base address.
+    // Sets the base address and, when no transport is installed yet, installs
+    // an HTTPTransport with its default settings.
     static void setAddress(std::string address);
 
     static void setTransport(std::shared_ptr<Transport> transport);

@@ -1,0 +1,84 @@
+// The HTTP transport of the gateway, over libcurl.
+//
+// A request for API name N goes to the URL template with "{address}" replaced
+// by Server::address() (one trailing "/" dropped) and "{api}" by N; by default
+// <address>/index.php/api/<N>. GET sends the parameters as a query string,
+// POST as an application/x-www-form-urlencoded body (see encodeParameters).
+// The reply must be a JSON object, split by the Envelope into flag, message
+// and data. Anything else — an HTTP error status, a time-out, a transport
+// error, a body that is not a JSON object — gives (false, a message naming
+// what went wrong, nothing).
+//
+// Thread and lifetime rules: send() may be called from any thread. One
+// transport thread per HTTPTransport runs every transfer (concurrently) and
+// calls every completion, exactly once, there; completions should return
+// promptly. An exception that leaves a completion is caught and logged, and
+// the thread goes on. Connections are kept alive and reused. Destroying the
+// transport fails the requests still under way with "transport shut down".
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "platform/Server.h"
+
+namespace veltrane {
+
+// How a reply object carries flag, message and data. By default
+// {"status": 1, "info": "...", "data": ...}: success is the boolean reading of
+// "status" (true, a non-zero number, "1", "true"); an absent flag is failure.
+struct Envelope {
+    std::string successKey = "status";
+    std::string messageKey = "info";
+    std::string dataKey = "data";
+    // Decides success from the value under successKey (nullptr when absent);
+    // empty means the default rule above.
+    std::function<bool(const Value* flag)> isSuccess;
+};
+
+struct HTTPTransportOptions {
+    std::string urlTemplate = "{address}/index.php/api/{api}";
+    Envelope envelope;
+    std::chrono::milliseconds connectTimeout{10'000};
+    std::chrono::milliseconds timeout{30'000};  // whole request, connection included
+    bool verifyTLS = true;
+    long maxConnectionsPerHost = 6;  // further requests wait for a free connection
+    size_t maxReplyBytes = 64u << 20;
+    // Compressed replies the server may send; empty asks for none. gzip only
+    // by default: servers that answer brotli spend far more time compressing a
+    // small reply than the transfer saves on a fast network.
+    std::string acceptEncoding = "gzip";
+    std::string userAgent = "Veltrane/1.0";
+};
+
+// Splits a reply body by the envelope. Never throws.
+GatewayReply splitEnvelope(std::string_view body, const Envelope& envelope);
+
+// The form encoding of parameters ("a=1&b=x+y"): keys and strings
+// percent-encoded once by the form rules, numbers as their kind prints them,
+// booleans as 1 or 0, JSON null as an empty value, arrays and dictionaries as
+// compact JSON text. Nothing gives "". Throws JSONError for a container that
+// JSON cannot hold.
+std::string encodeParameters(const Parameters& params);
+
+class HTTPTransport : public Transport {
+public:
+    explicit HTTPTransport(HTTPTransportOptions options = {});
+    ~HTTPTransport() override;
+    HTTPTransport(const HTTPTransport&) = delete;
+    HTTPTransport& operator=(const HTTPTransport&) = delete;
+
+    void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) override;
+
+    struct Engine;
+
+private:
+    std::shared_ptr<Engine> engine_;
+    std::thread thread_;
+};
+
+} // namespace veltrane

@@ -1,0 +1,53 @@
+// Named notifications with a sender and a user-information dictionary,
+// delivered synchronously, on the posting thread, to every observer of the name.
+//
+// Thread rules: observers may be added, removed and notifications posted from
+// any thread at once. Observers run outside the centre's lock, so they may
+// post or remove observers themselves. An observer removed while a post is
+// already delivering may still receive that one notification.
+#pragma once
+
+#include <any>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "foundation/Value.h"
+
+namespace veltrane {
+
+struct Notification {
+    std::string name;
+    std::any object;  // the sender
+    Dictionary userInfo;
+};
+
+class NotificationCenter {
+public:
+    using Observer = std::function<void(const Notification&)>;
+    using Token = uint64_t;
+
+    static NotificationCenter& defaultCenter();
+
+    // Observes notifications named name (every notification when name is empty).
+    Token addObserverForName(std::string name, Observer block);
+    void removeObserver(Token token);
+    // Delivers to the observers registered when the post begins, in the order
+    // they were added. An exception that leaves an observer is logged.
+    void postNotificationName(std::string name, std::any object = {}, Dictionary userInfo = {});
+
+private:
+    struct Registration {
+        Token token;
+        std::string name;
+        std::shared_ptr<const Observer> block;
+    };
+    std::mutex mutex_;
+    std::vector<Registration> observers_;
+    Token nextToken_ = 1;
+};
+
+} // namespace veltrane

@@ -1,0 +1,283 @@
+// The HTTP transport over loopback: what the server receives, how replies are
+// split, every failure path, delivery rules and connection reuse.
+#include <atomic>
+#include <climits>
+#include <condition_variable>
+#include <map>
+
+#include "foundation/Boxing.h"
+#include "platform/HTTPTransport.h"
+#include "support/Harness.h"
+#include "support/Loopback.h"
+
+namespace veltrane {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Waits for a number of completions.
+class Waiter {
+public:
+    void done() {
+        std::lock_guard lock(mutex_);
+        ++count_;
+        changed_.notify_all();
+    }
+    bool waitFor(int n, std::chrono::milliseconds limit = 10s) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, limit, [&] { return count_ >= n; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int count_ = 0;
+};
+
+// What the server saw of the last request.
+struct Seen {
+    std::string method, path, target, body, contentType;
+    std::multimap<std::string, std::string> params;
+};
+
+class Transport : public test::GatewayTest {
+protected:
+    Transport()
+        : server([this](httplib::Server& s) {
+              auto record = [this](const httplib::Request& req, httplib::Response& res) {
+                  {
+                      std::lock_guard lock(seenMutex);
+                      seen = {req.method, req.path, req.target, req.body, req.get_header_value("Content-Type"),
+                              {req.params.begin(), req.params.end()}};
+                  }
+                  res.set_content(R"({"status":1,"info":"ok","data":{"echo":true}})", "application/json");
+              };
+              s.Get("/index.php/api/echo", record);
+              s.Post("/index.php/api/echo", record);
+              s.Get("/index.php/api/canned", [](const httplib::Request& req, httplib::Response& res) {
+                  res.status = std::stoi(req.get_param_value("status"));
+                  res.set_content(req.get_param_value("body"), "application/json");
+              });
+              s.Get("/index.php/api/slow", [](const httplib::Request&, httplib::Response& res) {
+                  std::this_thread::sleep_for(1500ms);
+                  res.set_content(R"({"status":1})", "application/json");
+              });
+              s.Get("/index.php/api/truncated", [](const httplib::Request&, httplib::Response& res) {
+                  res.set_content_provider(100, "application/json", [](size_t, size_t, httplib::DataSink& sink) {
+                      sink.write(R"({"status":1,"data":)", 19);
+                      return false;  // drop the connection mid-body
+                  });
+              });
+              s.Get("/v2/custom.json", [](const httplib::Request&, httplib::Response& res) {
+                  res.set_content(R"({"code":0,"msg":"fine","result":[7]})", "application/json");
+              });
+          }) {}
+
+    void SetUp() override {
+        test::GatewayTest::SetUp();
+        Server::setAddress(server.address() + "/");
+        useTransport({});
+    }
+    void useTransport(HTTPTransportOptions options) {
+        http = std::make_shared<HTTPTransport>(std::move(options));
+        Server::setTransport(http);
+    }
+
+    // Sends one request and waits for its completion.
+    GatewayReply call(HTTPMethod method, const std::string& api, Parameters params) {
+        GatewayReply reply;
+        Waiter waiter;
+        auto completion = [&](bool ok, std::optional<std::string> message, std::optional<Value> data) {
+            reply = {ok, std::move(message), std::move(data)};
+            waiter.done();
+        };
+        if (method == HTTPMethod::GET) Server::httpGet(api, std::move(params), completion);
+        else Server::httpPost(api, std::move(params), completion);
+        EXPECT_TRUE(waiter.waitFor(1));
+        return reply;
+    }
+
+    test::LoopbackServer server;
+    std::shared_ptr<HTTPTransport> http;
+    std::mutex seenMutex;
+    Seen seen;
+};
+
+const Dictionary kParams{
+    {"s", "a b&c=d/张"}, {"i", NSBoxInt(-3)}, {"u", NSBoxUnsignedLong(ULONG_MAX)}, {"f", NSBoxFloat(0.1f)},
+    {"d", NSBoxDouble(2.5)}, {"t", true}, {"n", nullptr}, {"list", Array{1, "x"}},
+};
+const std::multimap<std::string, std::string> kDecoded{
+    {"s", "a b&c=d/张"}, {"i", "-3"}, {"u", "18446744073709551615"}, {"f", "0.1"},
+    {"d", "2.5"}, {"t", "1"}, {"n", ""}, {"list", R"([1,"x"])"},
+};
+const char* kEncoded = "s=a+b%26c%3Dd%2F%E5%BC%A0&i=-3&u=18446744073709551615&f=0.1&d=2.5&t=1&n=&list=%5B1%2C%22x%22%5D";
+
+TEST_F(Transport, GetSendsAQueryString) {
+    GatewayReply reply = call(HTTPMethod::GET, "echo", kParams);
+    EXPECT_TRUE(reply.success);
+    EXPECT_EQ(seen.method, "GET");
+    EXPECT_EQ(seen.path, "/index.php/api/echo");
+    EXPECT_EQ(seen.target, std::string("/index.php/api/echo?") + kEncoded);
+    EXPECT_EQ(seen.params, kDecoded);
+}
+
+TEST_F(Transport, PostSendsAFormBody) {
+    call(HTTPMethod::POST, "echo", kParams);
+    EXPECT_EQ(seen.method, "POST");
+    EXPECT_EQ(seen.body, kEncoded);
+    EXPECT_EQ(seen.contentType.rfind("application/x-www-form-urlencoded", 0), 0u);
+    EXPECT_EQ(seen.params, kDecoded);
+}
+
+TEST_F(Transport, NoParametersSendsNone) {
+    call(HTTPMethod::GET, "echo", std::nullopt);
+    EXPECT_EQ(seen.target, "/index.php/api/echo");
+    call(HTTPMethod::POST, "echo", std::nullopt);
+    EXPECT_EQ(seen.body, "");
+}
+
+struct ReplyCase {
+    const char* name;
+    int status;
+    const char* body;
+    bool success;
+    const char* message;  // exact, or the start of it when it ends with "..."
+    const char* data;     // JSON, or nullptr for none
+};
+
+const ReplyCase kReplies[] = {
+    {"success with data", 200, R"({"status":1,"info":"好","data":[1]})", true, "好", "[1]"},
+    {"refusal", 200, R"({"status":0,"info":"号码已被锁定"})", false, "号码已被锁定", nullptr},
+    {"null data is a value", 200, R"({"status":true,"data":null})", true, nullptr, "null"},
+    {"flag as text", 200, R"({"status":"1","info":5})", true, "5", nullptr},
+    {"no flag is failure", 200, R"({"info":"x","data":1})", false, "x", "1"},
+    {"HTTP 500 with HTML", 500, "<html><body>Internal Server Error</body></html>", false, "canned: server answered HTTP 500", nullptr},
+    {"malformed JSON", 200, R"({"status":1,)", false, "reply is not JSON (malformed JSON: ...", nullptr},
+    {"not an object", 200, "[1,2]", false, "reply is an array, not a JSON object", nullptr},
+    {"empty body", 200, "", false, "reply is not JSON (empty JSON text)", nullptr},
+};
+
+TEST_F(Transport, RepliesAreSplitByTheEnvelope) {
+    for (const ReplyCase& c : kReplies) {
+        SCOPED_TRACE(c.name);
+        GatewayReply r = call(HTTPMethod::GET, "canned", Dictionary{{"status", c.status}, {"body", c.body}});
+        EXPECT_EQ(r.success, c.success);
+        std::string expected = c.message ? c.message : "";
+        if (expected.size() > 3 && expected.substr(expected.size() - 3) == "...") {
+            ASSERT_TRUE(r.message);
+            EXPECT_EQ(r.message->rfind(expected.substr(0, expected.size() - 3), 0), 0u) << *r.message;
+        } else {
+            EXPECT_EQ(r.message, c.message ? std::optional<std::string>(c.message) : std::nullopt);
+        }
+        EXPECT_EQ(r.data ? writeJSON(*r.data) : "-", c.data ? c.data : "-");
+    }
+}
+
+TEST_F(Transport, TransportFailuresAreMessages) {
+    GatewayReply truncated = call(HTTPMethod::GET, "truncated", std::nullopt);
+    EXPECT_FALSE(truncated.success);
+    EXPECT_FALSE(truncated.data);
+    EXPECT_EQ(truncated.message->rfind("truncated: ", 0), 0u) << *truncated.message;
+
+    HTTPTransportOptions impatient;
+    impatient.timeout = 300ms;
+    useTransport(impatient);
+    GatewayReply slow = call(HTTPMethod::GET, "slow", std::nullopt);
+    EXPECT_FALSE(slow.success);
+    EXPECT_NE(slow.message->find("Timeout was reached"), std::string::npos) << *slow.message;
+
+    Server::setAddress("http://127.0.0.1:" + std::to_string(test::closedPort()));
+    GatewayReply refused = call(HTTPMethod::GET, "echo", std::nullopt);
+    EXPECT_FALSE(refused.success);
+    EXPECT_NE(refused.message->find("Couldn't connect to server"), std::string::npos) << *refused.message;
+
+    Server::setAddress("");
+    GatewayReply noAddress = call(HTTPMethod::GET, "echo", std::nullopt);
+    EXPECT_EQ(noAddress.message, "echo: no server address set");
+}
+
+TEST_F(Transport, EveryCompletionOnceOnTheTransportThread) {
+    constexpr int kRequests = 40;
+    struct Tally {
+        std::mutex mutex;
+        std::map<int, int> calls;
+        std::set<std::thread::id> threads;
+        Waiter waiter;
+    };
+    auto tally = std::make_shared<Tally>();  // outlives this test if a reply comes late
+    for (int i = 0; i < kRequests; ++i) {
+        Dictionary p{{"status", i % 3 ? 200 : 500}, {"body", R"({"status":1})"}};
+        Server::httpGet("canned", p, [tally, i](bool, std::optional<std::string>, std::optional<Value>) {
+            {
+                std::lock_guard lock(tally->mutex);
+                ++tally->calls[i];
+                tally->threads.insert(std::this_thread::get_id());
+            }
+            tally->waiter.done();
+        });
+    }
+    ASSERT_TRUE(tally->waiter.waitFor(kRequests));
+    std::this_thread::sleep_for(50ms);  // room for a second, wrong call
+    std::lock_guard lock(tally->mutex);
+    EXPECT_EQ(tally->calls.size(), size_t(kRequests));
+    for (const auto& [i, n] : tally->calls) EXPECT_EQ(n, 1) << "request " << i;
+    EXPECT_EQ(tally->threads.size(), 1u);
+    EXPECT_FALSE(tally->threads.count(std::this_thread::get_id()));
+}
+
+TEST_F(Transport, AThrowingCompletionIsLoggedAndTheThreadLivesOn) {
+    Waiter waiter;
+    Server::httpGet("echo", std::nullopt, [&](bool, std::optional<std::string>, std::optional<Value>) {
+        waiter.done();
+        throw std::runtime_error("boom");
+    });
+    ASSERT_TRUE(waiter.waitFor(1));
+    EXPECT_TRUE(call(HTTPMethod::GET, "echo", std::nullopt).success);
+    EXPECT_NE(std::find(logLines.begin(), logLines.end(), "server reply to echo: completion raised: boom"), logLines.end());
+}
+
+TEST_F(Transport, ConnectionsAreReused) {
+    for (int i = 0; i < 20; ++i) call(HTTPMethod::GET, "echo", Dictionary{{"i", i}});
+    EXPECT_EQ(server.requests(), 20u);
+    EXPECT_EQ(server.connections(), 1u);
+}
+
+TEST_F(Transport, EnvelopeAndRouteAreConfigurable) {
+    HTTPTransportOptions options;
+    options.urlTemplate = "{address}/v2/{api}.json";
+    options.envelope = {"code", "msg", "result", [](const Value* code) { return code && code->intValue() == 0; }};
+    useTransport(std::move(options));
+    GatewayReply r = call(HTTPMethod::GET, "custom", std::nullopt);
+    EXPECT_TRUE(r.success);
+    EXPECT_EQ(r.message, "fine");
+    EXPECT_EQ(writeJSON(*r.data), "[7]");
+}
+
+TEST_F(Transport, ShuttingDownFailsWhatIsUnderWay) {
+    std::atomic<int> calls = 0;
+    std::optional<std::string> message;
+    Server::httpGet("slow", std::nullopt, [&](bool, std::optional<std::string> m, std::optional<Value>) {
+        message = std::move(m);
+        ++calls;
+    });
+    std::this_thread::sleep_for(100ms);
+    Server::setTransport(nullptr);
+    http.reset();  // joins the transport thread
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(message, "transport shut down");
+}
+
+TEST(Gateway, SettingTheAddressInstallsTheHTTPTransport) {
+    Server::setTransport(nullptr);
+    Server::setAddress("http://127.0.0.1:1");
+    EXPECT_NE(std::dynamic_pointer_cast<HTTPTransport>(Server::transport()), nullptr);
+    auto memory = std::make_shared<MemoryTransport>();
+    Server::setTransport(memory);
+    Server::setAddress("http://127.0.0.1:2");
+    EXPECT_EQ(Server::transport(), memory) << "an installed transport is kept";
+    Server::setTransport(nullptr);
+}
+
+} // namespace
+} // namespace veltrane
