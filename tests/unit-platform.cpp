@@ -60,8 +60,8 @@ TEST_F(MainQueueTest, AThrowingTaskIsLoggedAndTheQueueGoesOn) {
 
 TEST_F(MainQueueTest, RunForSleepsUntilTasksFallDue) {
     std::thread::id ranOn;
+    Clock::time_point start = Clock::now();  // before the task is queued: it cannot be due earlier
     std::thread([&] { queue.after(50ms, [&] { ranOn = std::this_thread::get_id(); }); }).join();
-    Clock::time_point start = Clock::now();
     queue.runFor(5s, [&] { return ranOn != std::thread::id(); });
     EXPECT_EQ(ranOn, std::this_thread::get_id()) << "tasks run on the thread that drives the queue";
     EXPECT_GE(Clock::now() - start, 50ms);

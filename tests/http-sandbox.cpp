@@ -1,0 +1,172 @@
+// The sandbox dealer server over real HTTP: library calls against it, the
+// faults it injects, the parameters it refuses and the state it keeps.
+#include "foundation/RequestPattern.h"
+#include "foundation/Tag.h"
+#include "platform/HTTPSession.h"
+#include "platform/PropertyList.h"
+#include "sandbox/Routes.h"
+#include "support/SandboxTest.h"
+
+namespace veltrane {
+namespace {
+
+using test::SandboxTest;
+using Fault = sandbox::Fault;
+
+struct PhoneRow {
+    explicit PhoneRow(const Dictionary& d) : phone(d.optString("Phone").value_or("")) {}
+    std::string phone;
+};
+
+using Tags = std::vector<Tag>;
+
+TEST_F(SandboxTest, TagsThroughTheLibrary) {
+    auto tags = await<Tags>([](auto done) { Tag::listWithCompany(1, 2, done); });
+    ASSERT_TRUE(tags.success) << tags.message.value_or("");
+    ASSERT_EQ(tags.result->size(), 2u);
+    EXPECT_EQ(tags.result->at(0).title(), Value("续约"));
+    EXPECT_EQ(tags.result->at(1).ID(), 5);
+}
+
+TEST_F(SandboxTest, PagesThroughTheLibrary) {
+    Dictionary params{{"companyid", 1}, {"rank", 0}, {"NetType", 0}, {"p", 6}};
+    auto page = await<DataPage<PhoneRow>>([&](auto done) { Server::httpGet("getPhonePages", params, reply::page<PhoneRow>(done)); });
+    ASSERT_TRUE(page.success) << page.message.value_or("");
+    EXPECT_EQ(page.result->totalRows(), 60);
+    EXPECT_EQ(page.result->totalPages(), 6);
+    EXPECT_EQ(page.result->currentPage(), 6);
+    EXPECT_EQ(page.result->count(), 10);
+    EXPECT_EQ(page.result->data()->size(), 10u);
+    EXPECT_EQ(page.result->data()->front().phone.size(), 11u);
+}
+
+struct FaultCase {
+    const char* name;
+    Fault fault;
+    const char* message;  // the start of the completion's message
+};
+
+const FaultCase kFaults[] = {
+    {"failure envelope", {Fault::Kind::failure, "服务器繁忙，请稍后再试"}, "服务器繁忙，请稍后再试"},
+    {"malformed JSON", {Fault::Kind::malformed}, "reply is not JSON"},
+    {"dropped connection", {Fault::Kind::drop}, "getLabel: "},
+    {"delay past the time-out", {Fault::Kind::delay, "", 2500}, "getLabel: Timeout was reached"},
+};
+
+TEST_F(SandboxTest, InjectedFaultsReachTheCompletion) {
+    for (const FaultCase& c : kFaults) {
+        SCOPED_TRACE(c.name);
+        Fault once = c.fault;
+        once.times = 1;
+        sandbox->setFault("getLabel", once);
+        auto tags = await<Tags>([](auto done) { Tag::listWithCompany(1, 1, done); });
+        EXPECT_FALSE(tags.success);
+        EXPECT_FALSE(tags.result);
+        EXPECT_EQ(tags.message.value_or("").rfind(c.message, 0), 0u) << tags.message.value_or("");
+        auto after = await<Tags>([](auto done) { Tag::listWithCompany(1, 1, done); });
+        EXPECT_TRUE(after.success) << "a fault for one request ends after it";
+    }
+}
+
+struct RefusalCase {
+    const char* name;
+    HTTPMethod method;
+    const char* api;
+    const char* params;
+    const char* message;
+};
+
+const RefusalCase kRefusals[] = {
+    {"missing", HTTPMethod::GET, "getLabel", R"({"type":1})", "缺少参数: companyid"},
+    {"misspelt", HTTPMethod::GET, "getBillingOptions", R"({"planItemID":11,"companyid":1})", "缺少参数: companyID"},
+    {"unknown optional", HTTPMethod::GET, "getPlanProjectPages", R"({"companyid":1,"planid":1,"keywords":"x"})", "未知参数: keywords"},
+    {"integer expected", HTTPMethod::GET, "getPhonePages", R"({"companyid":1,"rank":0,"NetType":0,"p":1.5})", "参数格式错误: p 应为整数"},
+    {"JSON expected", HTTPMethod::POST, "postChat", R"({"userid":7,"message":"hello"})", "参数格式错误: message 应为JSON文本"},
+    {"wrong method", HTTPMethod::GET, "postLockImei", R"({"companyid":1,"imei":"1"})", "请求方法错误: postLockImei 需要 POST"},
+    {"parameters where none are taken", HTTPMethod::GET, "listCompoundTypes", "{}", nullptr},
+    {"a dictionary where none is taken", HTTPMethod::GET, "getHeadAd", R"({"x":1})", "未知参数: x"},
+};
+
+TEST_F(SandboxTest, WrongParametersAreNamed) {
+    for (const RefusalCase& c : kRefusals) {
+        SCOPED_TRACE(c.name);
+        auto reply = request(c.method, c.api, test::dict(c.params));
+        EXPECT_EQ(reply.success, c.message == nullptr);
+        if (c.message) {
+            EXPECT_EQ(reply.message, c.message);
+        }
+    }
+}
+
+TEST_F(SandboxTest, EveryRouteAnswersAWellFormedRequest) {
+    for (const sandbox::Route& route : sandbox::routes()) {
+        SCOPED_TRACE(route.api);
+        Dictionary params;
+        for (const sandbox::Param& p : route.shapes.front())
+            params.set(p.name, p.kind == sandbox::Kind::Json ? "[]" : p.kind == sandbox::Kind::Text ? "x" : "1");
+        auto reply = request(std::string(route.method) == "GET" ? HTTPMethod::GET : HTTPMethod::POST, route.api, params);
+        std::string message = reply.message.value_or("");
+        EXPECT_EQ(message.find("参数"), std::string::npos) << message;
+        EXPECT_EQ(message.find("服务器内部错误"), std::string::npos) << message;
+        EXPECT_EQ(message.find("reply is"), std::string::npos) << message;
+    }
+}
+
+TEST_F(SandboxTest, ALockedNumberIsRefusedAndLeavesTheList) {
+    Dictionary list{{"companyid", 1}, {"rank", 0}, {"NetType", 0}, {"p", 1}, {"keyword", "10001234"}};
+    auto before = request(HTTPMethod::GET, "getPhonePages", list);
+    ASSERT_EQ(before.result->asDictionary().optInt("totalRows"), 1);
+    Dictionary lock{{"companyid", 1}, {"phone", "13310001234"}};
+    EXPECT_TRUE(request(HTTPMethod::POST, "postLockPhone", lock).success);
+    auto second = request(HTTPMethod::POST, "postLockPhone", lock);
+    EXPECT_FALSE(second.success);
+    EXPECT_EQ(second.message, "号码已被锁定: 13310001234");
+    EXPECT_EQ(request(HTTPMethod::GET, "getPhonePages", list).result->asDictionary().optInt("totalRows"), 0);
+    EXPECT_TRUE(request(HTTPMethod::POST, "postUnLockPhone", lock).success);
+    EXPECT_EQ(request(HTTPMethod::GET, "getPhonePages", list).result->asDictionary().optInt("totalRows"), 1);
+}
+
+TEST_F(SandboxTest, CreatedOrdersChatAndPushMessagesAppear) {
+    Dictionary order{{"Type", 1}, {"CompanyID", 1}, {"UserID", 7}, {"CTCityID", 0}, {"CTAreaID", 0}, {"ReferenceAmount", 0}, {"Amount", 129}};
+    for (const char* key : {"CTUserName", "CTCardNumber", "CTPictureTails", "CTPictureHeads", "AgentCTUserName", "AgentCTAddress",
+                            "AgentCTCardNumber", "AgentCTPictureTails", "AgentCTPictureHeads", "CTAddress", "Consignee", "Address", "Tel", "Remarks"})
+        order.set(key, nullptr);
+    order.set("CTUserName", "测试客户甲");
+    ASSERT_TRUE(request(HTTPMethod::POST, "postCreateOrder", order).success);
+    auto listed = request(HTTPMethod::GET, "getOrders", Dictionary{{"companyid", 1}, {"userid", 7}, {"status", 1}, {"keyword", "测试客户甲"}, {"p", 1}});
+    ASSERT_TRUE(listed.success);
+    EXPECT_EQ(writeJSON(listed.result->asDictionary().optArray("data")->operator[](0).asDictionary().valueOrNull("Status")), "1");
+
+    ASSERT_TRUE(request(HTTPMethod::POST, "postChat", Dictionary{{"userid", 7}, {"message", R"([{"Type":"text","Content":"你好"}])"}}).success);
+    auto chats = request(HTTPMethod::GET, "getChatMessages", Dictionary{{"companyid", 1}, {"lastMessageID", 99}});
+    ASSERT_EQ(chats.result->asArray().size(), 1u);
+    EXPECT_EQ(chats.result->asArray()[0].asDictionary().optString("Content"), "你好");
+
+    long id = sandbox->queuePushMessage(7, "order", "订单已受理");
+    auto pushed = request(HTTPMethod::GET, "fetchPushMessage", Dictionary{{"userID", 7}, {"lastMessageID", id - 1}});
+    ASSERT_EQ(pushed.result->asArray().size(), 1u);
+    EXPECT_EQ(pushed.result->asArray()[0].asDictionary().optLong("ID"), id);
+}
+
+TEST_F(SandboxTest, UploadsAndTheManifest) {
+    HTTPRequest upload = requestForHttpMultipartPost(sandbox->address() + "/index.php/api/common/upload", [](MultipartPartBuilder& b) {
+        b.appendData("%PDF-1.4 signed", "pdf", "signed.pdf");
+        b.appendPlainText("SN", "AF20261120001");
+        b.appendPlainText("ID", "811");
+    });
+    HTTPSession::Outcome outcome = HTTPSession::perform(upload);
+    ASSERT_FALSE(outcome.error);
+    EXPECT_EQ(jsonDictionary(*outcome.data)->optString("info"), "上传成功");
+    EXPECT_EQ(writeJSON(sandbox->uploads()),
+              R"([{"SN":"AF20261120001","ID":"811","fileName":"signed.pdf","contentType":"application/pdf","size":15}])");
+
+    sandbox->setManifestVersion("1.3", "新增电子签名");
+    auto manifest = dictionaryWithContentsOfURL(sandbox->address() + "/manifest.plist");
+    ASSERT_TRUE(manifest);
+    Dictionary metadata = manifest->optArray("items")->operator[](0).asDictionary().optDictionary("metadata");
+    EXPECT_EQ(metadata.optString("bundle-version"), "1.3");
+    EXPECT_EQ(metadata.optString("note"), "新增电子签名");
+}
+
+} // namespace
+} // namespace veltrane
