@@ -3,7 +3,8 @@
 
 #include <iostream>
 
-#include "cli/Await.h"
+#include "foundation/Await.h"
+#include "foundation/JSON.h"
 #include "foundation/Tag.h"
 #include "platform/Server.h"
 #include "sandbox/Sandbox.h"
@@ -26,9 +27,10 @@ std::vector<Step> demoSteps() {
         {"Order tags", [](Sale&, Transcript& t) {
              auto tags = await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); });
              if (!tags.success) return t.failed("getLabel", tags.message);
-             for (const Tag& tag : *tags.result) t.line(tag.title().asString() + " — " + tag.content().asString());
+             for (const Tag& tag : *tags.result) t.line(describeOrNull(tag.title()) + " — " + describeOrNull(tag.content()));
          }},
     };
+    for (Step& s : catalogueSteps()) steps.push_back(std::move(s));
     return steps;
 }
 

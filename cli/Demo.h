@@ -8,13 +8,19 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Value.h"
+#include "catalogue/NumberInfo.h"
+#include "catalogue/PlanInfo.h"
+#include "catalogue/PlanItem.h"
+#include "catalogue/ProductInfo.h"
 
 namespace veltrane::cli {
 
-// What the steps of one sale hand on to the next (the chosen number, device...).
+// What the steps of one sale hand on to the next.
 struct Sale {
-    Dictionary chosen;
+    std::optional<NumberInfo> number;
+    std::optional<ProductInfo> device;
+    std::optional<PlanInfo> plan;
+    std::optional<PlanItem> planItem;
 };
 
 class Transcript {
@@ -37,6 +43,7 @@ struct Step {
 
 // The steps in the order of a sale; each subsystem contributes its own.
 std::vector<Step> demoSteps();
+std::vector<Step> catalogueSteps();
 
 // Runs every step against server (the embedded sandbox when empty).
 // Returns the process's exit status: 0 when every step succeeded.

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "cli/Await.h"
+#include "foundation/Await.h"
 #include "cli/Demo.h"
 #include "foundation/Boxing.h"
 #include "foundation/JSON.h"
@@ -87,7 +87,7 @@ int callCommand(const std::vector<std::string>& args) {
         else return usage();
     }
     Server::setAddress(server);
-    auto outcome = cli::await<Value>([&](GatewayCallback done) {
+    auto outcome = await<Value>([&](GatewayCallback done) {
         if (post) Server::httpPost(api, params, done);
         else Server::httpGet(api, params, done);
     });

@@ -8,7 +8,7 @@
 namespace veltrane {
 
 Tag::Tag(const Dictionary& dictionary)
-    : ID_(dictionary.intValue("ID")), content_(dictionary.valueOrNull("Content")), title_(dictionary.valueOrNull("Title")) {}
+    : ID_(dictionary.intValue("ID")), content_(dictionary.optValue("Content")), title_(dictionary.optValue("Title")) {}
 
 void Tag::listWithCompany(int32_t company, unsigned long andOrderType, ResultCallback<std::vector<Tag>> callback) {
     Dictionary params{{"type", NSBoxUnsignedLong(andOrderType)}, {"companyid", NSBoxInt(company)}};

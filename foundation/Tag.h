@@ -13,15 +13,15 @@ class Tag {
 public:
     Tag() = default;
     // Copies "ID" (integer value; absent is 0, null throws ValueError),
-    // "Content" and "Title" (as they stand; absent reads as null).
+    // "Content" and "Title" (as they stand; nothing when absent).
     explicit Tag(const Dictionary& dictionary);
 
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
-    const Value& content() const noexcept { return content_; }
-    void setContent(Value v) { content_ = std::move(v); }
-    const Value& title() const noexcept { return title_; }
-    void setTitle(Value v) { title_ = std::move(v); }
+    const std::optional<Value>& content() const noexcept { return content_; }
+    void setContent(std::optional<Value> v) { content_ = std::move(v); }
+    const std::optional<Value>& title() const noexcept { return title_; }
+    void setTitle(std::optional<Value> v) { title_ = std::move(v); }
 
     // GET "getLabel" with "type" (unsigned) and "companyid" (32-bit); the
     // result is the tags of the reply's list.
@@ -29,8 +29,8 @@ public:
 
 private:
     int32_t ID_ = 0;
-    Value content_;
-    Value title_;
+    std::optional<Value> content_;
+    std::optional<Value> title_;
 };
 
 } // namespace veltrane

@@ -68,6 +68,11 @@ const Value* Dictionary::find(std::string_view key) const {
     return e ? &e->second : nullptr;
 }
 
+std::optional<Value> Dictionary::optValue(std::string_view key) const {
+    const Value* v = find(key);
+    return v ? std::optional<Value>(*v) : std::nullopt;
+}
+
 Value Dictionary::valueOrNull(std::string_view key) const {
     const Value* v = find(key);
     return v ? *v : Value();

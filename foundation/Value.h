@@ -78,7 +78,10 @@ public:
     // The stored value, or nullptr when the key is absent.
     const Value* find(std::string_view key) const;
     bool contains(std::string_view key) const { return find(key) != nullptr; }
-    // The stored value as it stands, JSON null when the key is absent.
+    // The stored value as it stands: nothing when the key is absent, JSON null
+    // when null is stored.
+    std::optional<Value> optValue(std::string_view key) const;
+    // The same, with JSON null for an absent key.
     Value valueOrNull(std::string_view key) const;
 
     // Stores v under key. Throws ValueError on a read-only dictionary.

@@ -157,7 +157,7 @@ Array units(const State& s) {
     for (const Value& line : s.list("goods")) {
         const Dictionary& goods = line.asDictionary();
         for (const Value& imei : goods.optArray("units").value_or(Array())) {
-            Dictionary unit = omit(goods, {"units", "Stock", "Brand"});
+            Dictionary unit = omit(goods, {"units", "Stock", "Brand", "TAC"});
             unit.set("IMEI", imei);
             out.push_back(unit);
         }
@@ -395,13 +395,13 @@ std::vector<Route> makeRoutes() {
                  return contains(name, keyword) || contains(g.optString("Brand"), keyword);
              });
              Array rows;
-             for (const Value& g : goods) rows.push_back(omit(g.asDictionary(), {"units"}));
+             for (const Value& g : goods) rows.push_back(omit(g.asDictionary(), {"units", "TAC"}));
              return Answer::success(pageOf(rows, c.integer("p")));
          }},
         {"getInfo", "GET", {{{"goodsid", K::Int}, {"companyid", K::Int}}}, [](const Call& c, State& s) {
              auto goods = findBy(s.list("goods"), "ID", c.integer("goodsid"));
              if (!goods) return Answer::failure("商品不存在");
-             Dictionary info = omit(*goods, {"units"});
+             Dictionary info = omit(*goods, {"units", "TAC"});
              long inStock = 0;
              for (const Value& imei : goods->optArray("units").value_or(Array())) inStock += !s.lockedImeis.count(imei.asString());
              info.set("Stock", inStock);

@@ -22,11 +22,11 @@ const char* kSeed = R"JSON({
     {"ID": 5, "Type": 2, "Title": "携号转网", "Content": "从其他运营商携号转入"}
   ],
   "goods": [
-    {"ID": 101, "Name": "华为 Mate 60 Pro 12GB+512GB 雅川青", "Picture": "/uploads/goods/mate60pro.jpg", "Price": 6999, "Brand": "华为", "Stock": 8},
-    {"ID": 102, "GoodsName": "Apple iPhone 15 128GB 黑色", "Picture": "/uploads/goods/iphone15.jpg", "Price": 5999, "Brand": "Apple", "Stock": 8},
-    {"ID": 103, "Name": "小米 14 16GB+512GB 白色", "Picture": "/uploads/goods/mi14.jpg", "Price": 4599, "Brand": "小米", "Stock": 8},
-    {"ID": 104, "Title": "荣耀 X50 8GB+256GB 燃橙色", "Picture": "/uploads/goods/x50.jpg", "Price": 1499.5, "Brand": "荣耀", "Stock": 8},
-    {"ID": 105, "Name": "天翼 5G 随身WiFi", "Picture": "/uploads/goods/mifi.jpg", "Price": 399, "Brand": "中国电信", "Stock": 8}
+    {"ID": 101, "TAC": "86451205", "Name": "华为 Mate 60 Pro 12GB+512GB 雅川青", "Picture": "/uploads/goods/mate60pro.jpg", "Price": 6999, "Brand": "华为", "Stock": 8},
+    {"ID": 102, "TAC": "35407115", "GoodsName": "Apple iPhone 15 128GB 黑色", "Picture": "/uploads/goods/iphone15.jpg", "Price": 5999, "Brand": "Apple", "Stock": 8},
+    {"ID": 103, "TAC": "86978604", "Name": "小米 14 16GB+512GB 白色", "Picture": "/uploads/goods/mi14.jpg", "Price": 4599, "Brand": "小米", "Stock": 8},
+    {"ID": 104, "TAC": "86301306", "Title": "荣耀 X50 8GB+256GB 燃橙色", "Picture": "/uploads/goods/x50.jpg", "Price": 1499.5, "Brand": "荣耀", "Stock": 8},
+    {"ID": 105, "TAC": "86112207", "Name": "天翼 5G 随身WiFi", "Picture": "/uploads/goods/mifi.jpg", "Price": 399, "Brand": "中国电信", "Stock": 8}
   ],
   "plans": [
     {"ID": 1, "Name": "天翼5G畅享套餐", "PlanType": 2},
@@ -189,15 +189,16 @@ Array generatedNumbers() {
     return numbers;
 }
 
-// Gives each goods line "units": its IMEIs in stock, with valid check digits.
+// Gives each goods line "units": its IMEIs in stock, made of the model's
+// type code ("TAC"), a six-digit serial and the check digit.
 void generateUnits(Array goods) {
-    for (size_t g = 0; g < goods.size(); ++g) {
-        Dictionary line = goods[g].asDictionary();
+    for (const Value& entry : goods) {
+        Dictionary line = entry.asDictionary();
         if (line.contains("units")) continue;
         Array units;
+        std::string tac = line.optString("TAC").value_or("86000000");
         for (long u = 0; u < line.optLong("Stock"); ++u) {
-            std::string body = "86" + std::to_string(1000000000L + static_cast<long>(g) * 100000 + u * 37).substr(0, 10) + "00";
-            body = body.substr(0, 12) + std::to_string(10 + u).substr(0, 2);
+            std::string body = tac + std::to_string(204817 + u * 1379);
             units.push_back(body + imeiCheckDigit(body));
         }
         line.set("units", units);

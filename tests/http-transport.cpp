@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <map>
 
+#include "foundation/Await.h"
 #include "foundation/Boxing.h"
 #include "platform/HTTPTransport.h"
 #include "support/Harness.h"
@@ -84,17 +85,12 @@ protected:
     }
 
     // Sends one request and waits for its completion.
-    GatewayReply call(HTTPMethod method, const std::string& api, Parameters params) {
-        GatewayReply reply;
-        Waiter waiter;
-        auto completion = [&](bool ok, std::optional<std::string> message, std::optional<Value> data) {
-            reply = {ok, std::move(message), std::move(data)};
-            waiter.done();
-        };
-        if (method == HTTPMethod::GET) Server::httpGet(api, std::move(params), completion);
-        else Server::httpPost(api, std::move(params), completion);
-        EXPECT_TRUE(waiter.waitFor(1));
-        return reply;
+    static GatewayReply call(HTTPMethod method, const std::string& api, Parameters params) {
+        Outcome<Value> o = await<Value>([&](GatewayCallback done) {
+            if (method == HTTPMethod::GET) Server::httpGet(api, std::move(params), done);
+            else Server::httpPost(api, std::move(params), done);
+        });
+        return {o.success, std::move(o.message), std::move(o.result)};
     }
 
     test::LoopbackServer server;

@@ -1,7 +1,7 @@
 // List conversion, pages built directly, and the exported symbols.
 #include <cstring>
 
-#include "Version.h"
+#include "Veltrane.h"  // the umbrella header, so that it keeps compiling
 #include "foundation/DataPage.h"
 #include "foundation/ListConversion.h"
 #include "support/Harness.h"

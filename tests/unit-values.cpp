@@ -50,13 +50,6 @@ TEST(Values, NumberKindsAndConversions) {
     }
 }
 
-TEST(Values, FloatIsNotWidenedBeforeBoxing) {
-    // 0.1 as a float and as a double are different numbers.
-    EXPECT_NEAR(NSBoxFloat(0.1f).doubleValue(), 0.100000001490116, 1e-15);
-    EXPECT_FALSE(NSBoxFloat(0.1f) == NSBoxDouble(0.1));
-    EXPECT_EQ(NSBoxFloat(0.1f), parseJSON("0.10000000149011612"));
-}
-
 // One dictionary holding every kind of value, read by every accessor.
 const char* kReadings = R"({"int":5,"neg":-1,"float":2.5,"numtext":"12abc","text":"abc","yes":"YES",
   "true":true,"null":null,"array":[1],"dict":{"a":1},"big":4294967297,"spaced":"  3.75"})";

@@ -15,6 +15,24 @@
 
 namespace veltrane::test {
 
+inline Dictionary dict(std::string_view json) { return parseJSON(json).asDictionary(); }
+
+// Parameters with each number's kind: "companyid=1:i32 NetType=0:u64 keyword="x"",
+// or "none" for no dictionary at all.
+inline std::string typedParams(const Parameters& params) {
+    if (!params) return "none";
+    std::string out;
+    for (const auto& [key, value] : *params) {
+        if (!out.empty()) out += ' ';
+        out += key + "=" + writeJSON(value);
+        if (const Number* n = value.numberIf()) {
+            static const char* kinds[] = {":i32", ":i64", ":u64", ":f32", ":f64"};
+            out += kinds[static_cast<int>(n->kind())];
+        }
+    }
+    return out;
+}
+
 // Installs a fresh MemoryTransport as the gateway and captures the log.
 class GatewayTest : public ::testing::Test {
 protected:
@@ -36,11 +54,6 @@ protected:
         transport->script(api, {success, std::move(message), std::move(value)});
     }
     MemoryTransport::Request lastRequest() const { return transport->lastRequest(); }
-    // The last request's parameters as compact JSON ("none" for no dictionary).
-    std::string sentParams() const {
-        auto params = transport->lastRequest().params;
-        return params ? writeJSON(*params) : "none";
-    }
 
     std::shared_ptr<MemoryTransport> transport;
     std::vector<std::string> logLines;
@@ -67,25 +80,5 @@ struct Calls {
         return calls.at(0);
     }
 };
-
-struct FlagCalls {
-    struct Call {
-        bool success;
-        std::optional<std::string> message;
-        bool flag;
-    };
-    std::vector<Call> calls;
-    auto callback() {
-        return [this](bool success, std::optional<std::string> message, bool flag) {
-            calls.push_back({success, std::move(message), flag});
-        };
-    }
-    const Call& only() const {
-        EXPECT_EQ(calls.size(), 1u);
-        return calls.at(0);
-    }
-};
-
-inline Dictionary dict(std::string_view json) { return parseJSON(json).asDictionary(); }
 
 } // namespace veltrane::test

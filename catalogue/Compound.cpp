@@ -1,0 +1,18 @@
+// Compound's server calls.
+#include "catalogue/Compound.h"
+
+#include "foundation/RequestPattern.h"
+#include "platform/Server.h"
+
+namespace veltrane {
+
+void Compound::listWithPlanItemID(int32_t planItemID, int32_t andTypeID, ResultCallback<std::vector<Compound>> callback) {
+    Dictionary params{{"planItemID", NSBoxInt(planItemID)}, {"typeID", NSBoxInt(andTypeID)}};
+    Server::httpGet("listCompounds", params, reply::convertListNullIsEmpty<Compound>(std::move(callback)));
+}
+
+void Compound::getDetailWithCompoundID(int32_t compoundID, ResultCallback<Value> callback) {
+    Server::httpGet("getCompoundDetail", Dictionary{{"ID", NSBoxInt(compoundID)}}, reply::dataOnSuccess(std::move(callback)));
+}
+
+} // namespace veltrane

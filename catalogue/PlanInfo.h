@@ -1,0 +1,19 @@
+// A tariff plan of the catalogue.
+#pragma once
+
+#include <vector>
+
+#include "catalogue/PlanFields.h"
+#include "foundation/Callbacks.h"
+
+namespace veltrane {
+
+class PlanInfo : public PlanFields<PlanInfo> {
+public:
+    using PlanFields::PlanFields;
+
+    // GET "getPlanList" with "companyid"; one bad plan fails the whole list.
+    static void listWithCompany(int32_t company, ResultCallback<std::vector<PlanInfo>> callback);
+};
+
+} // namespace veltrane

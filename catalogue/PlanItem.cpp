@@ -1,0 +1,20 @@
+// PlanItem's listing and description.
+#include "catalogue/PlanItem.h"
+
+#include "foundation/RequestPattern.h"
+#include "platform/Server.h"
+
+namespace veltrane {
+
+void PlanItem::listWithCompany(int32_t company, int32_t andPlan, std::optional<std::string> andKeywords,
+                               ResultCallback<std::vector<PlanItem>> callback) {
+    Dictionary params{{"companyid", NSBoxInt(company)}, {"planid", NSBoxInt(andPlan)}};
+    if (andKeywords && !andKeywords->empty()) params.set("keyword", *andKeywords);
+    Server::httpGet("getPlanProjectPages", params, reply::loopListNonArrayIsEmpty<PlanItem>(std::move(callback)));
+}
+
+void PlanItem::getDescriptionOfItem(int32_t itemID, ResultCallback<Value> callback) {
+    Server::httpGet("getPlanProjectInfo", Dictionary{{"id", NSBoxInt(itemID)}}, reply::field(std::move(callback), "Description"));
+}
+
+} // namespace veltrane

@@ -1,0 +1,22 @@
+// TelecomResource and its listing.
+#include "catalogue/TelecomResource.h"
+
+#include "foundation/Boxing.h"
+#include "foundation/RequestPattern.h"
+#include "platform/Server.h"
+
+namespace veltrane {
+
+TelecomResource::TelecomResource(const Dictionary& dictionary) : name_(dictionary.optValue("name")) {
+    int32_t type = dictionary.intValue("type");
+    isTel_ = type == 0 || type == 2;
+    isWan_ = type == 1 || type == 2;
+    available_ = dictionary.intValue("code") != 0;
+}
+
+void TelecomResource::list(int32_t areaCode, int32_t andSiteID, int32_t andSubAreaID, ResultCallback<std::vector<TelecomResource>> callback) {
+    Dictionary params{{"areaCode", NSBoxInt(areaCode)}, {"siteID", NSBoxInt(andSiteID)}, {"addressID", NSBoxInt(andSubAreaID)}};
+    Server::httpGet("getResourceConfirm", params, reply::convertList<TelecomResource>(std::move(callback)));
+}
+
+} // namespace veltrane

@@ -1,0 +1,40 @@
+// The dictionary behind a raw-backed record: kept as a one-level copy or as
+// the caller's very dictionary, with the typed reads and writes that the
+// records' properties are made of.
+//
+// Copying a record object copies the handle: both objects then work on one
+// dictionary, as two references to one record would. Records that offer
+// copy() make an independent one.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "foundation/Boxing.h"
+#include "foundation/Value.h"
+
+namespace veltrane {
+
+class RawRecord {
+public:
+    enum class Keeps { copy, shared };
+
+    const Dictionary& raw() const noexcept { return raw_; }
+
+protected:
+    RawRecord() = default;  // a new, empty, writable dictionary
+    RawRecord(const Dictionary& dictionary, Keeps keeps) { keep(dictionary, keeps); }
+    void keep(const Dictionary& dictionary, Keeps keeps) { raw_ = keeps == Keeps::copy ? dictionary.mutableCopy() : dictionary; }
+
+    std::optional<std::string> text(std::string_view key) const { return raw_.optString(key); }
+    // Stores the text, or removes the key for nothing. Throws ValueError on a
+    // read-only dictionary.
+    void setText(std::string_view key, std::optional<std::string> value) {
+        raw_.setValue(key, value ? std::optional<Value>(std::move(*value)) : std::nullopt);
+    }
+
+    Dictionary raw_;
+};
+
+} // namespace veltrane
