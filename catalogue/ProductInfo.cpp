@@ -30,7 +30,7 @@ ProductInfo::ProductInfo(const Dictionary& dictionary)
       dealPrice_(price_) {}
 
 Dictionary ProductInfo::raw() const {
-    Dictionary sent = dictionary_ ? dictionary_->mutableCopy() : Dictionary();
+    Dictionary sent = dictionary_.mutableCopy();
     sent.set("ID", NSBoxInt(ID_));
     sent.setValue("Name", name_);
     sent.setValue("Picture", picture_);

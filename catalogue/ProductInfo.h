@@ -38,7 +38,8 @@ public:
     // What is sent with an order: a writable copy of the dictionary with "ID",
     // "Name", "Picture" and "IMEI" from the properties (an absent one removes
     // its key) and "dealPrice" and "Price" both set to the deal price truncated
-    // to a whole number (49.9 is sent as 49). The dictionary is unchanged.
+    // to a whole number (49.9 is sent as 49). The dictionary is unchanged; a
+    // device made with the default constructor starts from an empty one.
     Dictionary raw() const;
     void setRaw(const Dictionary& dictionary) { dictionary_ = dictionary; }
 
@@ -62,7 +63,7 @@ public:
     static void getInfoOfProduct(int32_t productID, int32_t withCompany, ResultCallback<Value> callback);
 
 private:
-    std::optional<Dictionary> dictionary_;
+    Dictionary dictionary_;
     int32_t ID_ = 0;
     std::optional<Value> name_;
     std::optional<Value> serial_;

@@ -30,21 +30,28 @@ Array Array::copy() const { return Array(*items_); }
 struct Dictionary::Storage {
     static constexpr size_t kIndexed = 16;
 
+    // Looks keys up by string_view without making a string.
+    struct KeyHash {
+        using is_transparent = void;
+        size_t operator()(std::string_view key) const noexcept { return std::hash<std::string_view>()(key); }
+    };
+    using Index = std::unordered_map<std::string, size_t, KeyHash, std::equal_to<>>;
+
     std::vector<Entry> entries;
-    std::unique_ptr<std::unordered_map<std::string, size_t>> index;
+    std::unique_ptr<Index> index;
     bool readOnly = false;
 
-    const Entry* lookup(std::string_view key) const {
+    Entry* lookup(std::string_view key) {
         if (index) {
-            auto it = index->find(std::string(key));
+            auto it = index->find(key);
             return it == index->end() ? nullptr : &entries[it->second];
         }
-        for (const Entry& e : entries)
+        for (Entry& e : entries)
             if (e.first == key) return &e;
         return nullptr;
     }
     void buildIndex() {
-        index = std::make_unique<std::unordered_map<std::string, size_t>>();
+        index = std::make_unique<Index>();
         index->reserve(entries.size() * 2);
         for (size_t i = 0; i < entries.size(); ++i) index->emplace(entries[i].first, i);
     }
@@ -81,8 +88,8 @@ Value Dictionary::valueOrNull(std::string_view key) const {
 void Dictionary::set(std::string_view key, Value v) {
     Storage& s = *storage_;
     s.checkWritable();
-    if (const Entry* e = s.lookup(key)) {
-        const_cast<Entry*>(e)->second = std::move(v);
+    if (Entry* e = s.lookup(key)) {
+        e->second = std::move(v);
         return;
     }
     s.entries.emplace_back(std::string(key), std::move(v));
@@ -137,16 +144,14 @@ T numericReading(const Value* v, FromNumber fromNumber, FromText fromText) noexc
 }
 
 bool textIsTrue(std::string_view t) {
-    auto lower = [](std::string_view s) {
-        std::string out(s);
-        for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        return out;
+    std::string_view rest = t.substr(std::min(t.find_first_not_of(" \t\r\n"), t.size()));
+    auto startsWith = [&](std::string_view word) {
+        if (rest.size() < word.size()) return false;
+        for (size_t i = 0; i < word.size(); ++i)
+            if (std::tolower(static_cast<unsigned char>(rest[i])) != word[i]) return false;
+        return true;
     };
-    std::string l = lower(t);
-    size_t start = l.find_first_not_of(" \t\r\n");
-    if (start != std::string::npos) l.erase(0, start);
-    if (l.rfind("true", 0) == 0 || l.rfind("yes", 0) == 0) return true;
-    return leadingInteger(t) != 0;
+    return startsWith("true") || startsWith("yes") || leadingInteger(t) != 0;
 }
 
 } // namespace

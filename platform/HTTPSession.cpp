@@ -50,6 +50,7 @@ HTTPSession::Outcome HTTPSession::perform(const HTTPRequest& request) {
     curl::Slist headers;
     curl::Mime mime;
     curl_easy_setopt(h, CURLOPT_URL, request.url.c_str());
+    curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, 10'000L);
     curl_easy_setopt(h, CURLOPT_TIMEOUT_MS, 120'000L);

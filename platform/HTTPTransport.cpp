@@ -66,7 +66,6 @@ struct Transfer {
     GatewayCallback completion;
 
     curl::Easy easy;
-    curl::Slist headers;
     std::string response;
     bool tooLarge = false;
     size_t maxReplyBytes = 0;
@@ -99,10 +98,16 @@ struct HTTPTransport::Engine {
     explicit Engine(HTTPTransportOptions o) : options(std::move(o)), multi(curl_multi_init()) {
         if (!multi) throw std::runtime_error("libcurl could not create a multi handle");
         curl_multi_setopt(multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, options.maxConnectionsPerHost);
+        for (curl::Slist* headers : {&getHeaders, &postHeaders}) {
+            curl::appendHeader(*headers, "Accept: application/json");
+            curl::appendHeader(*headers, "Expect:");
+        }
+        curl::appendHeader(postHeaders, "Content-Type: application/x-www-form-urlencoded; charset=utf-8");
     }
 
     const HTTPTransportOptions options;
     curl::Multi multi;
+    curl::Slist getHeaders, postHeaders;  // the same for every request; libcurl only reads them
 
     // Shared with send(), under the mutex.
     std::mutex mutex;
@@ -185,15 +190,12 @@ struct HTTPTransport::Engine {
         curl_easy_setopt(h, CURLOPT_USERAGENT, options.userAgent.c_str());
         if (!options.acceptEncoding.empty()) curl_easy_setopt(h, CURLOPT_ACCEPT_ENCODING, options.acceptEncoding.c_str());
         curl_easy_setopt(h, CURLOPT_TCP_KEEPALIVE, 1L);
-        curl::appendHeader(t->headers, "Accept: application/json");
-        curl::appendHeader(t->headers, "Expect:");
         if (t->post) {
             curl_easy_setopt(h, CURLOPT_POST, 1L);
             curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(t->body.size()));
             curl_easy_setopt(h, CURLOPT_POSTFIELDS, t->body.c_str());
-            curl::appendHeader(t->headers, "Content-Type: application/x-www-form-urlencoded; charset=utf-8");
         }
-        curl_easy_setopt(h, CURLOPT_HTTPHEADER, t->headers.get());
+        curl_easy_setopt(h, CURLOPT_HTTPHEADER, (t->post ? postHeaders : getHeaders).get());
         if (CURLMcode rc = curl_multi_add_handle(multi.get(), h); rc != CURLM_OK)
             return deliver(*t, {false, std::string("libcurl: ") + curl_multi_strerror(rc), std::nullopt});
         active.emplace(h, std::move(t));

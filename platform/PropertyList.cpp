@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "foundation/Log.h"
-#include "platform/Curl.h"
+#include "platform/HTTPSession.h"
 #include "platform/Encodings.h"
 
 namespace veltrane {
@@ -135,24 +135,12 @@ std::optional<std::string> fetch(const std::string& url) {
         bytes << in.rdbuf();
         return bytes.str();
     }
-    curl::Easy easy = curl::makeEasy();
-    std::string body;
-    char error[CURL_ERROR_SIZE] = {};
-    curl_easy_setopt(easy.get(), CURLOPT_URL, url.c_str());
-    curl_easy_setopt(easy.get(), CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(easy.get(), CURLOPT_CONNECTTIMEOUT_MS, 10000L);
-    curl_easy_setopt(easy.get(), CURLOPT_TIMEOUT_MS, 60000L);
-    curl_easy_setopt(easy.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy.get(), CURLOPT_FAILONERROR, 1L);
-    curl_easy_setopt(easy.get(), CURLOPT_ERRORBUFFER, error);
-    curl_easy_setopt(easy.get(), CURLOPT_WRITEFUNCTION, curl::appendToString);
-    curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &body);
-    CURLcode rc = curl_easy_perform(easy.get());
-    if (rc != CURLE_OK) {
-        log("property list " + url + ": " + curl::describe(rc, error));
-        return std::nullopt;
-    }
-    return body;
+    HTTPRequest request;
+    request.url = url;
+    HTTPSession::Outcome outcome = HTTPSession::perform(request);
+    if (outcome.error) log("property list " + url + ": " + outcome.error->description);
+    if (!outcome.response || outcome.response->statusCode >= 400) return std::nullopt;
+    return outcome.data;
 }
 
 } // namespace

@@ -85,10 +85,10 @@ std::optional<std::string> checkParameters(const Route& route, const std::map<st
     return closest.front();
 }
 
-Array State::list(const char* name) const {
+Array State::list(const char* name) {
     if (auto existing = seed.optArray(name)) return *existing;
     Array created;
-    const_cast<Dictionary&>(seed).set(name, created);
+    seed.set(name, created);
     return created;
 }
 
@@ -147,12 +147,12 @@ bool listed(const Dictionary& row, const char* key, long id) {
 
 std::optional<Dictionary> findBy(const Array& rows, const char* key, const Value& value) {
     for (const Value& row : rows)
-        if (const Value* v = row.asDictionary().find(key); v && (*v == value || describe(*v) == describe(value))) return row.asDictionary();
+        if (const Value* v = row.asDictionary().find(key); v && *v == value) return row.asDictionary();
     return std::nullopt;
 }
 
 // Every device unit in stock, as the goods record of its line plus its IMEI.
-Array units(const State& s) {
+Array units(State& s) {
     Array out;
     for (const Value& line : s.list("goods")) {
         const Dictionary& goods = line.asDictionary();
@@ -165,7 +165,7 @@ Array units(const State& s) {
     return out;
 }
 
-std::optional<Dictionary> actionOrderWhere(const State& s, const char* key, const Value& value) {
+std::optional<Dictionary> actionOrderWhere(State& s, const char* key, const Value& value) {
     for (const Value& order : s.list("actionOrders"))
         if (const Value* v = order.asDictionary().optDictionary("orderInfo").find(key); v && *v == value) return order.asDictionary();
     return std::nullopt;

@@ -53,7 +53,7 @@ struct State {
     long nextPushID = 100;
     long nextCardID = 100;
 
-    Array list(const char* name) const;  // the seed's list under name (created when absent)
+    Array list(const char* name);  // the seed's list under name (created when absent)
 };
 
 struct Route {

@@ -96,24 +96,17 @@ struct Sandbox::Impl {
         std::map<std::string, std::string> params;
         for (const auto& [k, v] : req.params) params[k] = v;
 
-        Answer answer;
-        bool malformed = false;
         if (std::optional<Fault> fault = takeFault(route.api)) {
             switch (fault->kind) {
-            case Fault::Kind::failure: answer = Answer::failure(fault->message); break;
-            case Fault::Kind::malformed: malformed = true; break;
+            case Fault::Kind::failure: return reply(res, route, req, Answer::failure(fault->message));
+            case Fault::Kind::malformed: return res.set_content(R"({"status":1,"info":"ok","data":[{"ID":)", "application/json");
             case Fault::Kind::delay: std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMilliseconds)); break;
             case Fault::Kind::drop:
                 // Promises a body and closes the connection before sending it.
-                res.set_content_provider(64, "application/json", [](size_t, size_t, httplib::DataSink&) { return false; });
-                return;
+                return res.set_content_provider(64, "application/json", [](size_t, size_t, httplib::DataSink&) { return false; });
             }
-            if (fault->kind == Fault::Kind::failure) return reply(res, route, req, answer);
         }
-        if (malformed) {
-            res.set_content(R"({"status":1,"info":"ok","data":[{"ID":)", "application/json");
-            return;
-        }
+        Answer answer;
         if (req.method != route.method) {
             answer = Answer::failure(std::string("请求方法错误: ") + route.api + " 需要 " + route.method);
         } else if (std::optional<std::string> problem = checkParameters(route, params)) {
