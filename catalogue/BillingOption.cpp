@@ -8,7 +8,7 @@ namespace veltrane {
 
 void BillingOption::listWithPlanItemID(int32_t planItemID, int32_t andCompanyID, ResultCallback<std::vector<BillingOption>> callback) {
     Dictionary params{{"planItemID", NSBoxInt(planItemID)}, {"companyID", NSBoxInt(andCompanyID)}};
-    Server::httpGet("getBillingOptions", params, reply::loopList<BillingOption>(std::move(callback)));
+    reply::get("getBillingOptions", params, reply::loopList<BillingOption>(std::move(callback)));
 }
 
 } // namespace veltrane

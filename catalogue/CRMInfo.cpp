@@ -9,7 +9,7 @@ namespace veltrane {
 void CRMInfo::checkWithBusinessNumber(std::string number, ResultCallback<CRMInfo> andCallback) {
     std::optional<User> user = Account::getCurrentUser();
     Dictionary params{{"number", std::move(number)}, {"userID", NSBoxLong(user ? user->ID() : 0)}};
-    Server::httpGet("checkCRMInfo", params, reply::oneRecordOfDictionary<CRMInfo>(std::move(andCallback)));
+    reply::get("checkCRMInfo", params, reply::oneRecordOfDictionary<CRMInfo>(std::move(andCallback)));
 }
 
 } // namespace veltrane

@@ -8,11 +8,11 @@ namespace veltrane {
 
 void Compound::listWithPlanItemID(int32_t planItemID, int32_t andTypeID, ResultCallback<std::vector<Compound>> callback) {
     Dictionary params{{"planItemID", NSBoxInt(planItemID)}, {"typeID", NSBoxInt(andTypeID)}};
-    Server::httpGet("listCompounds", params, reply::convertListNullIsEmpty<Compound>(std::move(callback)));
+    reply::get("listCompounds", params, reply::convertListNullIsEmpty<Compound>(std::move(callback)));
 }
 
 void Compound::getDetailWithCompoundID(int32_t compoundID, ResultCallback<Value> callback) {
-    Server::httpGet("getCompoundDetail", Dictionary{{"ID", NSBoxInt(compoundID)}}, reply::dataOnSuccess(std::move(callback)));
+    reply::get("getCompoundDetail", Dictionary{{"ID", NSBoxInt(compoundID)}}, reply::dataOnSuccess(std::move(callback)));
 }
 
 } // namespace veltrane

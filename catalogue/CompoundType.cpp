@@ -7,7 +7,7 @@
 namespace veltrane {
 
 void CompoundType::listWithCallback(ResultCallback<std::vector<CompoundType>> callback) {
-    Server::httpGet("listCompoundTypes", std::nullopt, reply::convertList<CompoundType>(std::move(callback)));
+    reply::get("listCompoundTypes", std::nullopt, reply::convertList<CompoundType>(std::move(callback)));
 }
 
 } // namespace veltrane

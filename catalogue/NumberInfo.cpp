@@ -41,7 +41,7 @@ void NumberInfo::listWithCompany(int32_t company, unsigned long andNetwork, unsi
     params.set("NetType", NSBoxUnsignedLong(andDevice));
     params.set("p", NSBoxInt(atPage));
     if (byKeywords) params.set("keyword", *byKeywords);
-    Server::httpGet("getPhonePages", params, reply::page<NumberInfo>(std::move(callback)));
+    reply::get("getPhonePages", params, reply::page<NumberInfo>(std::move(callback)));
 }
 
 namespace {
@@ -51,11 +51,11 @@ Dictionary lockParameters(std::string phoneNumber, int32_t company) {
 } // namespace
 
 void NumberInfo::lockPhoneNumber(std::string phoneNumber, int32_t ofCompany, FlagCallback callback) {
-    Server::httpPost("postLockPhone", lockParameters(std::move(phoneNumber), ofCompany), reply::flag(std::move(callback)));
+    reply::post("postLockPhone", lockParameters(std::move(phoneNumber), ofCompany), reply::flag(std::move(callback)));
 }
 
 void NumberInfo::unlockPhoneNumber(std::string phoneNumber, int32_t ofCompany, FlagCallback callback) {
-    Server::httpPost("postUnLockPhone", lockParameters(std::move(phoneNumber), ofCompany), reply::flag(std::move(callback)));
+    reply::post("postUnLockPhone", lockParameters(std::move(phoneNumber), ofCompany), reply::flag(std::move(callback)));
 }
 
 NumberInfo NumberInfo::loadFromActionOrderInfo(const Dictionary& info) {

@@ -37,7 +37,7 @@ bool OfferMember::isEqual(const OfferMember& other) const {
 void OfferMember::getWithCompanyID(int32_t companyID, std::optional<std::string> andAcctNbr, ResultCallback<std::vector<OfferMember>> callback) {
     Dictionary params{{"CompanyID", NSBoxInt(companyID)}};
     if (andAcctNbr) params.set("AcctNbr", *andAcctNbr);
-    Server::httpGet("getOfferMembers", params, reply::convertList<OfferMember>(std::move(callback)));
+    reply::get("getOfferMembers", params, reply::convertList<OfferMember>(std::move(callback)));
 }
 
 // Moves the info's account number, area code, number type and order ID into

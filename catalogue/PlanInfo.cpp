@@ -7,7 +7,7 @@
 namespace veltrane {
 
 void PlanInfo::listWithCompany(int32_t company, ResultCallback<std::vector<PlanInfo>> callback) {
-    Server::httpGet("getPlanList", Dictionary{{"companyid", NSBoxInt(company)}}, reply::loopList<PlanInfo>(std::move(callback)));
+    reply::get("getPlanList", Dictionary{{"companyid", NSBoxInt(company)}}, reply::loopList<PlanInfo>(std::move(callback)));
 }
 
 } // namespace veltrane

@@ -10,11 +10,11 @@ void PlanItem::listWithCompany(int32_t company, int32_t andPlan, std::optional<s
                                ResultCallback<std::vector<PlanItem>> callback) {
     Dictionary params{{"companyid", NSBoxInt(company)}, {"planid", NSBoxInt(andPlan)}};
     if (andKeywords && !andKeywords->empty()) params.set("keyword", *andKeywords);
-    Server::httpGet("getPlanProjectPages", params, reply::loopListNonArrayIsEmpty<PlanItem>(std::move(callback)));
+    reply::get("getPlanProjectPages", params, reply::loopListNonArrayIsEmpty<PlanItem>(std::move(callback)));
 }
 
 void PlanItem::getDescriptionOfItem(int32_t itemID, ResultCallback<Value> callback) {
-    Server::httpGet("getPlanProjectInfo", Dictionary{{"id", NSBoxInt(itemID)}}, reply::field(std::move(callback), "Description"));
+    reply::get("getPlanProjectInfo", Dictionary{{"id", NSBoxInt(itemID)}}, reply::field(std::move(callback), "Description"));
 }
 
 } // namespace veltrane

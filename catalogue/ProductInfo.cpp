@@ -45,7 +45,7 @@ void ProductInfo::listForCompany(int32_t company, int32_t withPage, std::optiona
                                  ResultCallback<DataPage<ProductInfo>> callback) {
     Dictionary params{{"p", NSBoxInt(withPage)}, {"companyid", NSBoxInt(company)}};
     if (andKeywords && !andKeywords->empty()) params.set("keyword", percentEncodeLegacyURL(*andKeywords));
-    Server::httpGet("getGoodsPages", params, reply::page<ProductInfo>(std::move(callback)));
+    reply::get("getGoodsPages", params, reply::page<ProductInfo>(std::move(callback)));
 }
 
 void ProductInfo::listForCompany(int32_t company, const std::optional<std::string>& withIMEI, int32_t restrictForGoodsID,
@@ -56,7 +56,7 @@ void ProductInfo::listForCompany(int32_t company, const std::optional<std::strin
     }
     Dictionary params = companyAndIMEI(company, *withIMEI);
     params.set("goodsid", NSBoxInt(restrictForGoodsID));
-    Server::httpGet("getGoodsPagesWithIMEI", params, reply::page<ProductInfo>(std::move(callback)));
+    reply::get("getGoodsPagesWithIMEI", params, reply::page<ProductInfo>(std::move(callback)));
 }
 
 void ProductInfo::listForCompany(int32_t company, const std::optional<std::string>& withIMEI, ResultCallback<DataPage<ProductInfo>> callback) {
@@ -64,20 +64,20 @@ void ProductInfo::listForCompany(int32_t company, const std::optional<std::strin
 }
 
 void ProductInfo::checkIMEI(std::string IMEI, int32_t ofCompany, ResultCallback<ProductInfo> callback) {
-    Server::httpGet("getGoodsByIMEI", companyAndIMEI(ofCompany, std::move(IMEI)), reply::oneRecord<ProductInfo>(std::move(callback)));
+    reply::get("getGoodsByIMEI", companyAndIMEI(ofCompany, std::move(IMEI)), reply::oneRecord<ProductInfo>(std::move(callback)));
 }
 
 void ProductInfo::lockIMEI(std::string IMEI, int32_t ofCompany, FlagCallback callback) {
-    Server::httpPost("postLockImei", companyAndIMEI(ofCompany, std::move(IMEI)), reply::flag(std::move(callback)));
+    reply::post("postLockImei", companyAndIMEI(ofCompany, std::move(IMEI)), reply::flag(std::move(callback)));
 }
 
 void ProductInfo::unlockIMEI(std::string IMEI, int32_t ofCompany, FlagCallback callback) {
-    Server::httpPost("postUnLockImei", companyAndIMEI(ofCompany, std::move(IMEI)), reply::flag(std::move(callback)));
+    reply::post("postUnLockImei", companyAndIMEI(ofCompany, std::move(IMEI)), reply::flag(std::move(callback)));
 }
 
 void ProductInfo::getInfoOfProduct(int32_t productID, int32_t withCompany, ResultCallback<Value> callback) {
     Dictionary params{{"goodsid", NSBoxInt(productID)}, {"companyid", NSBoxInt(withCompany)}};
-    Server::httpGet("getInfo", params, reply::dataOnSuccess(std::move(callback)));
+    reply::get("getInfo", params, reply::dataOnSuccess(std::move(callback)));
 }
 
 } // namespace veltrane

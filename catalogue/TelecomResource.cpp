@@ -16,7 +16,7 @@ TelecomResource::TelecomResource(const Dictionary& dictionary) : name_(dictionar
 
 void TelecomResource::list(int32_t areaCode, int32_t andSiteID, int32_t andSubAreaID, ResultCallback<std::vector<TelecomResource>> callback) {
     Dictionary params{{"areaCode", NSBoxInt(areaCode)}, {"siteID", NSBoxInt(andSiteID)}, {"addressID", NSBoxInt(andSubAreaID)}};
-    Server::httpGet("getResourceConfirm", params, reply::convertList<TelecomResource>(std::move(callback)));
+    reply::get("getResourceConfirm", params, reply::convertList<TelecomResource>(std::move(callback)));
 }
 
 } // namespace veltrane

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "foundation/Value.h"
@@ -22,8 +23,9 @@ public:
     // Reads "count", "totalPages", "totalRows" and "nowPage" (numbers or numeric
     // text; absent gives 0; null throws ValueError). With a conversion and an
     // array under "data", converts every row in order; an exception from the
-    // conversion ends construction. Otherwise data() stays nothing, which is
-    // not the same as an empty page.
+    // conversion ends construction (a ValueError located at its row,
+    // "data[3].Rank: ..."). Otherwise data() stays nothing, which is not the
+    // same as an empty page.
     DataPage(const Dictionary& dictionary, const Conversion& andDataConvertionBlock)
         : count_(dictionary.intValue("count")),
           totalPages_(dictionary.intValue("totalPages")),
@@ -35,9 +37,11 @@ public:
         std::vector<T> result;
         result.reserve(rows->asArray().size());
         for (const Value& row : rows->asArray()) {
-            std::optional<T> record = andDataConvertionBlock(row);
-            if (!record) throw ValueError("a page row converted to nothing");
-            result.push_back(std::move(*record));
+            locatedAt("data[" + std::to_string(result.size()) + "]", [&] {
+                std::optional<T> record = andDataConvertionBlock(row);
+                if (!record) throw ValueError("the row converted to nothing");
+                result.push_back(std::move(*record));
+            });
         }
         data_ = std::move(result);
     }

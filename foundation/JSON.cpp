@@ -52,6 +52,57 @@ struct ThreadParser {
     }
 };
 
+// Whether an integer literal (digits with an optional minus sign) lies
+// beyond the 64-bit range: above 2^64-1, or below -2^63.
+bool beyond64Bits(std::string_view literal) {
+    bool negative = !literal.empty() && literal.front() == '-';
+    std::string_view digits = literal.substr(negative ? 1 : 0);
+    std::string_view limit = negative ? "9223372036854775808" : "18446744073709551615";
+    return digits.size() > limit.size() || (digits.size() == limit.size() && digits > limit);
+}
+
+// The text with every integer literal beyond 64 bits turned into a double
+// literal (".0" appended), so that it reads as the nearest double, as other
+// JSON readers do. Nothing when the text has no such literal. Strings are
+// skipped; anything malformed is left for the parser to refuse.
+std::optional<std::string> widenBigIntegers(std::string_view text) {
+    std::string out;
+    size_t copied = 0;
+    for (size_t i = 0; i < text.size();) {
+        char c = text[i];
+        if (c == '"') {
+            for (++i; i < text.size() && text[i] != '"'; ++i)
+                if (text[i] == '\\') ++i;
+            ++i;
+            continue;
+        }
+        if (c != '-' && (c < '0' || c > '9')) {
+            ++i;
+            continue;
+        }
+        size_t start = i++;
+        while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
+        bool integer = i == text.size() || (text[i] != '.' && text[i] != 'e' && text[i] != 'E');
+        if (integer && beyond64Bits(text.substr(start, i - start))) {
+            out.append(text, copied, i - copied);
+            out += ".0";
+            copied = i;
+        }
+        while (i < text.size() && (text[i] == '.' || text[i] == 'e' || text[i] == 'E' || text[i] == '+' || text[i] == '-' ||
+                                   (text[i] >= '0' && text[i] <= '9')))
+            ++i;
+    }
+    if (copied == 0) return std::nullopt;
+    out.append(text, copied);
+    return out;
+}
+
+[[noreturn]] void refuse(simdjson::error_code error) {
+    if (error == simdjson::DEPTH_ERROR) throw JSONError("JSON nested deeper than " + std::to_string(kJSONMaxDepth) + " levels");
+    if (error == simdjson::EMPTY) throw JSONError("empty JSON text");
+    throw JSONError(std::string("malformed JSON: ") + simdjson::error_message(error));
+}
+
 } // namespace
 
 Value parseJSON(std::string_view text) {
@@ -59,9 +110,14 @@ Value parseJSON(std::string_view text) {
     simdjson::dom::element root;
     // The parser copies the text into its own padded buffer.
     auto error = tp.parser.parse(text.data(), text.size(), true).get(root);
-    if (error == simdjson::DEPTH_ERROR) throw JSONError("JSON nested deeper than " + std::to_string(kJSONMaxDepth) + " levels");
-    if (error == simdjson::EMPTY) throw JSONError("empty JSON text");
-    if (error) throw JSONError(std::string("malformed JSON: ") + simdjson::error_message(error));
+    if (error == simdjson::NUMBER_ERROR) {
+        // simdjson refuses integers beyond 64 bits; read them as doubles.
+        if (std::optional<std::string> widened = widenBigIntegers(text)) {
+            if (auto again = tp.parser.parse(widened->data(), widened->size(), true).get(root)) refuse(again);
+            return fromElement(root);
+        }
+    }
+    if (error) refuse(error);
     return fromElement(root);
 }
 
@@ -128,7 +184,7 @@ void writeString(std::string& out, std::string_view s, bool strict) {
 // strict: the JSON writer (refuses what JSON cannot hold); otherwise the
 // description (renders everything, with blanks for reading).
 void write(std::string& out, const Value& v, bool strict, size_t depth) {
-    if (depth > kJSONMaxDepth && (v.isArray() || v.isDictionary())) {
+    if (depth >= kJSONMaxDepth && (v.isArray() || v.isDictionary())) {
         // Deeper than any reader accepts, or a container that holds itself.
         if (strict) throw JSONError("value nested deeper than " + std::to_string(kJSONMaxDepth) + " levels");
         out += "...";

@@ -16,12 +16,14 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Arrays and objects may nest this deep; deeper input is refused.
+// Arrays and objects may nest this deep, for reading and for writing alike;
+// deeper input is refused.
 inline constexpr size_t kJSONMaxDepth = 256;
 
 // Parses UTF-8 JSON text (any value at top level). Integers become word-sized
-// numbers (unsigned above the signed range), other numbers doubles; duplicate
-// keys keep their first position and the last value. Throws JSONError.
+// numbers (unsigned above the signed range, doubles beyond 64 bits), other
+// numbers doubles; duplicate keys keep their first position and the last
+// value. Throws JSONError. Whatever writeJSON writes reads back equal.
 // Thread-safe: each thread reuses its own parser and buffers.
 Value parseJSON(std::string_view text);
 

@@ -12,7 +12,7 @@ Tag::Tag(const Dictionary& dictionary)
 
 void Tag::listWithCompany(int32_t company, unsigned long andOrderType, ResultCallback<std::vector<Tag>> callback) {
     Dictionary params{{"type", NSBoxUnsignedLong(andOrderType)}, {"companyid", NSBoxInt(company)}};
-    Server::httpGet("getLabel", params, reply::convertList<Tag>(std::move(callback)));
+    reply::get("getLabel", params, reply::convertList<Tag>(std::move(callback)));
 }
 
 } // namespace veltrane

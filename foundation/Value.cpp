@@ -7,6 +7,15 @@
 
 namespace veltrane {
 
+ValueError ValueError::within(std::string_view segment) const {
+    std::string path(segment);
+    if (!path_.empty()) {
+        if (path_.front() != '[') path += '.';
+        path += path_;
+    }
+    return ValueError(std::move(path), reason_);
+}
+
 // ---- Array -----------------------------------------------------------------
 
 Array::Array() : items_(std::make_shared<std::vector<Value>>()) {}
@@ -209,19 +218,19 @@ Dictionary Dictionary::optDictionary(std::string_view key) const {
 
 int32_t Dictionary::intValue(std::string_view key) const {
     const Value* v = find(key);
-    return v ? v->intValue() : 0;
+    return v ? locatedAt(key, [&] { return v->intValue(); }) : 0;
 }
 long Dictionary::longValue(std::string_view key) const {
     const Value* v = find(key);
-    return v ? v->longValue() : 0;
+    return v ? locatedAt(key, [&] { return v->longValue(); }) : 0;
 }
 float Dictionary::floatValue(std::string_view key) const {
     const Value* v = find(key);
-    return v ? v->floatValue() : 0;
+    return v ? locatedAt(key, [&] { return v->floatValue(); }) : 0;
 }
 double Dictionary::doubleValue(std::string_view key) const {
     const Value* v = find(key);
-    return v ? v->doubleValue() : 0;
+    return v ? locatedAt(key, [&] { return v->doubleValue(); }) : 0;
 }
 
 // ---- Value ---------------------------------------------------------------------

@@ -30,11 +30,36 @@
 namespace veltrane {
 
 // A value lacks the reading asked of it (the integer value of null, the keys of
-// a string...), or a read-only dictionary was written to.
+// a string...), or a read-only dictionary was written to. The error says where
+// when it is known: its description is "<path>: <reason>", the path naming the
+// key and elements that led to the value ("data[3].Rank"), or the reason alone.
 class ValueError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit ValueError(std::string reason) : ValueError(std::string(), std::move(reason)) {}
+
+    // The same error one level further out: segment is a key ("Rank") or an
+    // element ("[3]") under which the failing value was found.
+    ValueError within(std::string_view segment) const;
+
+    const std::string& path() const noexcept { return path_; }
+    const std::string& reason() const noexcept { return reason_; }
+
+private:
+    ValueError(std::string path, std::string reason)
+        : std::runtime_error(path.empty() ? reason : path + ": " + reason), path_(std::move(path)), reason_(std::move(reason)) {}
+    std::string path_;
+    std::string reason_;
 };
+
+// Runs read() and locates a ValueError it throws under segment.
+template <class Read>
+auto locatedAt(std::string_view segment, Read&& read) -> decltype(read()) {
+    try {
+        return read();
+    } catch (const ValueError& e) {
+        throw e.within(segment);
+    }
+}
 
 class Value;
 class Array;

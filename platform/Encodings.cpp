@@ -1,7 +1,9 @@
 // Percent-encoding, base64 and UTF-16 measurement of UTF-8 text.
 #include "platform/Encodings.h"
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdint>
 #include <stdexcept>
 #include <vector>
@@ -153,16 +155,16 @@ size_t utf16Length(std::string_view utf8) {
 }
 
 std::string utf16Substring(std::string_view utf8, size_t location, size_t length) {
-    size_t total = utf16Length(utf8);
-    if (location > total || length > total - location) throw std::out_of_range("range beyond the end of the text");
-    const size_t end = location + length;
+    const size_t end = location + std::min(length, SIZE_MAX - location);
     std::string out;
     size_t unit = 0;
     for (size_t i = 0; i < utf8.size() && unit < end;) {
         CodePoint cp = decodeAt(utf8, i);
-        size_t first = unit, last = unit + cp.units;  // the units [first, last) of this character
-        if (first >= location && last <= end) out.append(utf8, i, cp.bytes);
-        else if (last > location && first < end) out += "\xEF\xBF\xBD";  // half a surrogate pair
+        // The units [first, last) of this character, and how many of them the range keeps.
+        size_t first = unit, last = unit + cp.units;
+        size_t kept = std::min(last, end) > std::max(first, location) ? std::min(last, end) - std::max(first, location) : 0;
+        if (kept == cp.units) out.append(utf8, i, cp.bytes);
+        else if (kept == 1) out += "\xEF\xBF\xBD";  // half a surrogate pair
         unit = last;
         i += cp.bytes;
     }

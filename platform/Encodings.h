@@ -34,9 +34,11 @@ std::optional<std::string> base64DecodeStrict(std::string_view text);
 // Length in UTF-16 code units (a character beyond U+FFFF counts 2; a byte
 // that is not valid UTF-8 counts 1).
 size_t utf16Length(std::string_view utf8);
-// The UTF-8 text of the UTF-16 units [location, location + length). Throws
-// std::out_of_range when the range passes the end. A cut through the middle
-// of a surrogate pair gives U+FFFD for the half that is kept.
+// The UTF-8 text of the UTF-16 units [location, location + length), first
+// cut to the units the text has. Total: every range gives a result, of exactly
+// as many UTF-16 units as the cut range holds. A unit of the range that is one
+// half of a surrogate pair whose other half lies outside the range becomes
+// U+FFFD; an empty range gives "" wherever it starts.
 std::string utf16Substring(std::string_view utf8, size_t location, size_t length);
 
 } // namespace veltrane

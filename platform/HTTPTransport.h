@@ -5,9 +5,10 @@
 // <address>/index.php/api/<N>. GET sends the parameters as a query string,
 // POST as an application/x-www-form-urlencoded body (see encodeParameters).
 // The reply must be a JSON object, split by the Envelope into flag, message
-// and data. Anything else — an HTTP error status, a time-out, a transport
-// error, a body that is not a JSON object — gives (false, a message naming
-// what went wrong, nothing).
+// and data. Anything else — an HTTP status other than 2xx (redirects are not
+// followed), a time-out, a transport error, a body that is not a JSON object —
+// gives (false, a message that starts with the API name and says what went
+// wrong, nothing).
 //
 // Thread and lifetime rules: send() may be called from any thread. One
 // transport thread per HTTPTransport runs every transfer (concurrently) and
@@ -36,7 +37,8 @@ struct Envelope {
     std::string messageKey = "info";
     std::string dataKey = "data";
     // Decides success from the value under successKey (nullptr when absent);
-    // empty means the default rule above.
+    // empty means the default rule above. An exception it throws makes the
+    // reply a failure that names the key.
     std::function<bool(const Value* flag)> isSuccess;
 };
 
@@ -46,7 +48,10 @@ struct HTTPTransportOptions {
     std::chrono::milliseconds connectTimeout{10'000};
     std::chrono::milliseconds timeout{30'000};  // whole request, connection included
     bool verifyTLS = true;
-    long maxConnectionsPerHost = 6;  // further requests wait for a free connection
+    // Further requests to a host wait for a free connection, without a curl
+    // handle and without their time limit running.
+    long maxConnectionsPerHost = 6;
+    size_t maxIdleHandles = 6;  // curl handles kept for reuse between bursts
     size_t maxReplyBytes = 64u << 20;
     // Compressed replies the server may send; empty asks for none. gzip only
     // by default: servers that answer brotli spend far more time compressing a
@@ -55,8 +60,14 @@ struct HTTPTransportOptions {
     std::string userAgent = "Veltrane/1.0";
 };
 
-// Splits a reply body by the envelope. Never throws.
-GatewayReply splitEnvelope(std::string_view body, const Envelope& envelope);
+// Splits a reply body by the envelope. Never throws. A body that is not a JSON
+// object gives a failure whose message starts with the API name.
+GatewayReply splitEnvelope(std::string_view api, std::string_view body, const Envelope& envelope);
+
+// Whether api may name an API: letters, digits and "_" only, not empty. The
+// transport refuses any other name through the completion, before any request,
+// so that a name cannot reach another path of the server.
+bool isAPIName(std::string_view api);
 
 // The form encoding of parameters ("a=1&b=x+y"): keys and strings
 // percent-encoded once by the form rules, numbers as their kind prints them,
@@ -73,6 +84,13 @@ public:
     HTTPTransport& operator=(const HTTPTransport&) = delete;
 
     void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) override;
+
+    // What the transport holds now: requests waiting for a connection,
+    // requests under way, and curl handles kept idle.
+    struct Load {
+        size_t waiting = 0, active = 0, idleHandles = 0;
+    };
+    Load load() const;
 
     struct Engine;
 

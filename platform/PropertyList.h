@@ -11,11 +11,17 @@
 
 namespace veltrane {
 
-// Reads a property list from bytes. Dictionaries, arrays, strings, booleans,
-// integers and reals map to their values; a date becomes seconds since 1970
-// (a double), data becomes its base64 text, a UID an unsigned number.
-// Nothing when the bytes are not a property list.
-std::optional<Value> propertyListWithData(std::string_view bytes);
+// The largest property list read.
+inline constexpr size_t kMaxPropertyListBytes = 16u << 20;
+
+// Reads a property list (XML or binary) from bytes. Dictionaries, arrays,
+// strings, booleans, integers and reals map to their values; a date becomes
+// seconds since 1970 (a double), data becomes its base64 text, a UID an
+// unsigned number. Any bytes are safe: a binary list is checked in full before
+// libplist reads it (structure, references, nesting, size once expanded, NUL
+// characters in text). Nothing when the bytes are not an acceptable property
+// list, with the reason in *error when error is given.
+std::optional<Value> propertyListWithData(std::string_view bytes, std::string* error = nullptr);
 
 // Fetches url (http, https or file; a plain path is read as a file) and reads
 // it as a property list whose top level is a dictionary. Nothing on any

@@ -3,6 +3,13 @@
 // survives the process being killed); synchronize() also forces the file to
 // disk, so written values survive a crash of the machine too.
 //
+// Damage never stops the application: a file that SQLite cannot use (not a
+// database, truncated, corrupted) is moved aside with a log line naming where,
+// and a fresh store takes its place, at opening or when a later statement
+// finds the damage. A value that cannot be read is "unreadable", not
+// "absent": lookup() tells the two apart, and each is logged once with its
+// reason.
+//
 // Thread rules: one store may be used from any number of threads; calls are
 // serialised on its one connection. Storage errors never throw: they are
 // logged, reads give nothing and writes return false.
@@ -12,6 +19,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <string>
 #include <string_view>
 
 #include "foundation/Value.h"
@@ -36,7 +45,15 @@ public:
     static void setStandardPath(std::filesystem::path file);
     static std::filesystem::path standardPath();
 
-    std::optional<Value> objectForKey(std::string_view key);
+    struct Lookup {
+        enum class State { found, absent, unreadable };
+        State state = State::absent;
+        std::optional<Value> value;  // when found
+        std::string reason;          // when unreadable
+    };
+    Lookup lookup(std::string_view key);
+    // The value under key; nothing when it is absent or unreadable.
+    std::optional<Value> objectForKey(std::string_view key) { return lookup(key).value; }
     bool setObject(std::string_view key, const Value& value);
     bool removeObjectForKey(std::string_view key);
     // Forces everything written so far to disk.
@@ -48,12 +65,18 @@ private:
     struct Closer {
         void operator()(sqlite3* db) const noexcept;
     };
+    void open();
+    bool usable(std::string& reason);
+    void setAside(const std::string& reason);
     bool execute(const char* sql);
-    bool fail(const char* what);
+    // Logs a failed statement; moves the file aside when it is damaged.
+    bool fail(const char* what, int code);
+    void reportOnce(const std::string& line);
 
     std::filesystem::path file_;
     std::unique_ptr<sqlite3, Closer> db_;
     std::mutex mutex_;
+    std::set<std::string> reported_;
 };
 
 } // namespace veltrane

@@ -30,7 +30,7 @@ TEST_F(SandboxTest, TagsThroughTheLibrary) {
 
 TEST_F(SandboxTest, PagesThroughTheLibrary) {
     Dictionary params{{"companyid", 1}, {"rank", 0}, {"NetType", 0}, {"p", 6}};
-    auto page = await<DataPage<PhoneRow>>([&](auto done) { Server::httpGet("getPhonePages", params, reply::page<PhoneRow>(done)); });
+    auto page = await<DataPage<PhoneRow>>([&](auto done) { reply::get("getPhonePages", params, reply::page<PhoneRow>(done)); });
     ASSERT_TRUE(page.success) << page.message.value_or("");
     EXPECT_EQ(page.result->totalRows(), 60);
     EXPECT_EQ(page.result->totalPages(), 6);
@@ -48,7 +48,7 @@ struct FaultCase {
 
 const FaultCase kFaults[] = {
     {"failure envelope", {Fault::Kind::failure, "服务器繁忙，请稍后再试"}, "服务器繁忙，请稍后再试"},
-    {"malformed JSON", {Fault::Kind::malformed}, "reply is not JSON"},
+    {"malformed JSON", {Fault::Kind::malformed}, "getLabel: reply is not JSON"},
     {"dropped connection", {Fault::Kind::drop}, "getLabel: "},
     {"delay past the time-out", {Fault::Kind::delay, "", 2500}, "getLabel: Timeout was reached"},
 };

@@ -63,6 +63,10 @@ protected:
                   std::this_thread::sleep_for(1500ms);
                   res.set_content(R"({"status":1})", "application/json");
               });
+              s.Get("/index.php/api/pause", [](const httplib::Request&, httplib::Response& res) {
+                  std::this_thread::sleep_for(300ms);
+                  res.set_content(R"({"status":1})", "application/json");
+              });
               s.Get("/index.php/api/truncated", [](const httplib::Request&, httplib::Response& res) {
                   res.set_content_provider(100, "application/json", [](size_t, size_t, httplib::DataSink& sink) {
                       sink.write(R"({"status":1,"data":)", 19);
@@ -149,9 +153,11 @@ const ReplyCase kReplies[] = {
     {"flag as text", 200, R"({"status":"1","info":5})", true, "5", nullptr},
     {"no flag is failure", 200, R"({"info":"x","data":1})", false, "x", "1"},
     {"HTTP 500 with HTML", 500, "<html><body>Internal Server Error</body></html>", false, "canned: server answered HTTP 500", nullptr},
-    {"malformed JSON", 200, R"({"status":1,)", false, "reply is not JSON (malformed JSON: ...", nullptr},
-    {"not an object", 200, "[1,2]", false, "reply is an array, not a JSON object", nullptr},
-    {"empty body", 200, "", false, "reply is not JSON (empty JSON text)", nullptr},
+    {"malformed JSON", 200, R"({"status":1,)", false, "canned: reply is not JSON (malformed JSON: ...", nullptr},
+    {"not an object", 200, "[1,2]", false, "canned: reply is an array, not a JSON object", nullptr},
+    {"empty body", 200, "", false, "canned: reply is not JSON (empty JSON text)", nullptr},
+    {"redirect is not followed", 302, R"({"status":1})", false, "canned: server answered HTTP 302", nullptr},
+    {"no content", 204, "", false, "canned: reply is not JSON (empty JSON text)", nullptr},
 };
 
 TEST_F(Transport, RepliesAreSplitByTheEnvelope) {
@@ -233,8 +239,69 @@ TEST_F(Transport, AThrowingCompletionIsLoggedAndTheThreadLivesOn) {
     EXPECT_NE(std::find(logLines.begin(), logLines.end(), "server reply to echo: completion raised: boom"), logLines.end());
 }
 
+TEST_F(Transport, APINamesAreIdentifiers) {
+    for (const char* name : {"../../sandbox/clear-faults", "echo/../canned", "echo?status=500", "", "e cho", "echo#x", "%2e%2e", "张三",
+                             "echo\r\nX-Injected: 1"}) {
+        SCOPED_TRACE(name);
+        GatewayReply r = call(HTTPMethod::GET, name, std::nullopt);
+        EXPECT_FALSE(r.success);
+        EXPECT_EQ(r.message->rfind("API name \"", 0), 0u) << *r.message;
+        EXPECT_EQ(r.message->find_first_of("\r\n"), std::string::npos);
+    }
+    EXPECT_EQ(server.requests(), 0u) << "refused before any request";
+    call(HTTPMethod::GET, "echo_2", std::nullopt);
+    // The server counts a request after its reply has gone out.
+    for (int i = 0; i < 100 && server.requests() == 0; ++i) std::this_thread::sleep_for(10ms);
+    EXPECT_EQ(server.requests(), 1u) << "letters, digits and _ make a name";
+}
+
+// Sends n GETs of api at once and waits for all; returns their replies.
+std::vector<GatewayReply> burst(int n, const std::string& api) {
+    auto replies = std::make_shared<std::vector<GatewayReply>>(n);
+    auto waiter = std::make_shared<Waiter>();
+    for (int i = 0; i < n; ++i)
+        Server::httpGet(api, std::nullopt, [replies, waiter, i](bool ok, std::optional<std::string> m, std::optional<Value> d) {
+            (*replies)[i] = {ok, std::move(m), std::move(d)};
+            waiter->done();
+        });
+    EXPECT_TRUE(waiter->waitFor(n, 60s));
+    return *replies;
+}
+
+TEST_F(Transport, WaitingForAConnectionDoesNotCountAgainstTheTimeLimit) {
+    HTTPTransportOptions options;
+    options.maxConnectionsPerHost = 1;
+    options.timeout = 1000ms;  // each request takes 300 ms; the fourth waits 900 ms first
+    useTransport(options);
+    for (const GatewayReply& r : burst(4, "pause")) EXPECT_TRUE(r.success) << r.message.value_or("");
+}
+
+TEST_F(Transport, ATimeOutAfterAWaitSaysSo) {
+    HTTPTransportOptions options;
+    options.maxConnectionsPerHost = 1;
+    options.timeout = 1100ms;
+    useTransport(options);
+    std::vector<GatewayReply> replies = burst(2, "slow");
+    ASSERT_FALSE(replies[1].success);
+    EXPECT_EQ(replies[1].message->rfind("slow: Timeout was reached", 0), 0u) << *replies[1].message;
+    EXPECT_NE(replies[1].message->find("(after waiting 1."), std::string::npos) << *replies[1].message;
+    EXPECT_EQ(replies[0].message->find("after waiting"), std::string::npos) << *replies[0].message;
+}
+
+TEST_F(Transport, ABurstLeavesOnlyABoundedPoolBehind) {
+    constexpr int kRequests = 2000;
+    std::vector<GatewayReply> replies = burst(kRequests, "echo");
+    EXPECT_EQ(std::count_if(replies.begin(), replies.end(), [](const GatewayReply& r) { return r.success; }), kRequests);
+    HTTPTransport::Load load = http->load();
+    EXPECT_EQ(load.waiting, 0u);
+    EXPECT_EQ(load.active, 0u);
+    EXPECT_LE(load.idleHandles, HTTPTransportOptions().maxIdleHandles);
+    EXPECT_LE(server.connections(), 6u * 2) << "no more connections than the limit (and a few replaced ones)";
+}
+
 TEST_F(Transport, ConnectionsAreReused) {
     for (int i = 0; i < 20; ++i) call(HTTPMethod::GET, "echo", Dictionary{{"i", i}});
+    for (int i = 0; i < 100 && server.requests() < 20; ++i) std::this_thread::sleep_for(10ms);
     EXPECT_EQ(server.requests(), 20u);
     EXPECT_EQ(server.connections(), 1u);
 }

@@ -290,7 +290,7 @@ TEST_F(CatalogueReplies, EachListReadsItsReplyItsOwnWay) {
     OfferMember::getWithCompanyID(1, std::nullopt, members.callback());
 
     EXPECT_FALSE(plans.only().success) << "one bad plan fails the list";
-    EXPECT_EQ(plans.only().message, "a string is not a dictionary");
+    EXPECT_EQ(plans.only().message, "getPlanList: [1]: a string is not a dictionary");
     EXPECT_TRUE(items.only().success);
     EXPECT_TRUE(items.only().result->empty()) << "a dictionary is an empty list of items";
     EXPECT_TRUE(packages.only().result->empty()) << "null is an empty list of packages";

@@ -31,7 +31,11 @@ const ParseCase kParseCases[] = {
     {"bare word", "nul", nullptr, "malformed"},
     {"invalid UTF-8", "\"\xC3\x28\"", nullptr, "malformed"},
     {"two documents", "{} {}", nullptr, "malformed"},
-    {"integer beyond uint64", "123456789012345678901234567890", nullptr, "malformed"},
+    {"integer beyond 64 bits reads as a double", "[123456789012345678901234567890,-9223372036854775809]",
+     "[1.2345678901234568e+29,-9223372036854775808]"},
+    {"big digits inside text stay text", R"({"n":"123456789012345678901234567890"})", R"({"n":"123456789012345678901234567890"})"},
+    {"a big integer does not excuse other errors", "[123456789012345678901234567890,]", nullptr, "malformed"},
+    {"leading zeros stay refused", "[000000000000000000000000001]", nullptr, "malformed"},
     {"nesting at the limit", std::string(kJSONMaxDepth, '[') + std::string(kJSONMaxDepth, ']'), nullptr},
     {"nesting past the limit", std::string(kJSONMaxDepth + 1, '[') + std::string(kJSONMaxDepth + 1, ']'), nullptr, "nested deeper"},
 };
@@ -91,6 +95,25 @@ TEST(JSON, WrittenNumbersReadBackToTheSameValue) {
     for (double d : doubles) EXPECT_EQ(parseJSON(writeJSON(NSBoxDouble(d))).doubleValue(), d);
     const float floats[] = {0.1f, 3.4028235e38f, 1e-45f, 16777217.0f};
     for (float f : floats) EXPECT_EQ(static_cast<float>(parseJSON(writeJSON(NSBoxFloat(f))).doubleValue()), f);
+}
+
+// Whatever the writer writes, the reader reads back as the same value: the
+// settings store relies on it to never report a write it cannot read.
+TEST(JSON, WriterAndReaderAgree) {
+    const double wholeDoubles[] = {1e19, 18446744073709551616.0, 123456789012345680000.0, 1e21, -1e19, -9223372036854775808.0};
+    for (double d : wholeDoubles) {
+        SCOPED_TRACE(d);
+        Value read = parseJSON(writeJSON(NSBoxDouble(d)));
+        EXPECT_EQ(read.doubleValue(), d);
+        EXPECT_EQ(read, NSBoxDouble(d));
+    }
+    auto nested = [](size_t depth) {
+        Value v = Array();
+        for (size_t i = 1; i < depth; ++i) v = Array{v};
+        return v;
+    };
+    EXPECT_EQ(parseJSON(writeJSON(nested(kJSONMaxDepth))), nested(kJSONMaxDepth));
+    EXPECT_THROW(writeJSON(nested(kJSONMaxDepth + 1)), JSONError);
 }
 
 TEST(JSON, ContainerThatHoldsItselfIsRefusedNotOverflowed) {

@@ -1,11 +1,13 @@
 // The platform services: main queue and background pool, notification
 // centre, settings store, property lists and the application's information.
 #include <plist/plist.h>
+#include <sqlite3.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +15,7 @@
 #include <thread>
 
 #include "foundation/Boxing.h"
+#include "foundation/JSON.h"
 #include "platform/Dispatch.h"
 #include "platform/NotificationCenter.h"
 #include "platform/PropertyList.h"
@@ -178,6 +181,89 @@ TEST_F(Settings, AnUnusableLocationFailsQuietly) {
     EXPECT_FALSE(store.setObject("nan", NSBoxDouble(std::nan(""))));
 }
 
+// Damage of every kind: the store is moved aside with a log line naming where,
+// and a fresh one works at once.
+struct DamageCase {
+    const char* name;
+    std::function<void(const std::filesystem::path&)> damage;
+};
+
+const DamageCase kDamage[] = {
+    {"garbage", [](const std::filesystem::path& f) { std::ofstream(f, std::ios::binary) << std::string(8192, 'g'); }},
+    {"truncated", [](const std::filesystem::path& f) { std::filesystem::resize_file(f, 100); }},
+    {"header overwritten", [](const std::filesystem::path& f) {
+         std::fstream out(f, std::ios::in | std::ios::out | std::ios::binary);
+         out.seekp(0);
+         out << "definitely not SQLite format";
+     }},
+    {"pages overwritten", [](const std::filesystem::path& f) {
+         std::fstream out(f, std::ios::in | std::ios::out | std::ios::binary);
+         out.seekp(4096);
+         out << std::string(8192, '\xA5');
+     }},
+};
+
+TEST_F(Settings, AnUnusableFileIsMovedAsideAndAFreshStoreStarts) {
+    for (const DamageCase& c : kDamage) {
+        SCOPED_TRACE(c.name);
+        std::filesystem::path file = dir / c.name / "d.sqlite";
+        {
+            UserDefaults store(file);
+            for (int i = 0; i < 200; ++i) store.setObject("key" + std::to_string(i), std::string(100, 'v'));
+            store.synchronize();
+        }
+        std::filesystem::remove(file.string() + "-wal");
+        std::filesystem::remove(file.string() + "-shm");
+        c.damage(file);
+        logLines.clear();
+        UserDefaults store(file);
+        ASSERT_EQ(logLines.size(), 1u);
+        EXPECT_NE(logLines[0].find("was unusable"), std::string::npos) << logLines[0];
+        size_t at = logLines[0].find("moved it to ");
+        ASSERT_NE(at, std::string::npos) << logLines[0];
+        std::string aside = logLines[0].substr(at + 12, logLines[0].find(" and started") - at - 12);
+        EXPECT_TRUE(std::filesystem::exists(aside)) << aside;
+        EXPECT_EQ(store.lookup("key1").state, UserDefaults::Lookup::State::absent);
+        EXPECT_TRUE(store.setObject("LastMessageID", 7));
+        EXPECT_EQ(store.objectForKey("LastMessageID"), Value(7));
+    }
+}
+
+TEST_F(Settings, UnreadableIsNotAbsentAndIsLoggedOnce) {
+    UserDefaults store(dir / "d.sqlite");
+    store.setObject("good", 1);
+    {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open((dir / "d.sqlite").c_str(), &db), SQLITE_OK);
+        sqlite3_exec(db, "INSERT INTO defaults VALUES ('bad', '{not json')", nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+    }
+    logLines.clear();
+    EXPECT_EQ(store.lookup("good").state, UserDefaults::Lookup::State::found);
+    EXPECT_EQ(store.lookup("missing").state, UserDefaults::Lookup::State::absent);
+    for (int i = 0; i < 3; ++i) {
+        UserDefaults::Lookup bad = store.lookup("bad");
+        EXPECT_EQ(bad.state, UserDefaults::Lookup::State::unreadable);
+        EXPECT_NE(bad.reason.find("malformed JSON"), std::string::npos) << bad.reason;
+        EXPECT_FALSE(store.objectForKey("bad"));
+    }
+    ASSERT_EQ(logLines.size(), 1u);
+    EXPECT_NE(logLines[0].find("value for bad is unreadable"), std::string::npos) << logLines[0];
+}
+
+// Values the JSON writer writes come back from the store, and a value it
+// cannot write is refused at the write.
+TEST_F(Settings, AWriteReportedDoneReadsBack) {
+    UserDefaults store(dir / "d.sqlite");
+    Value deep = Array();
+    for (size_t i = 1; i < kJSONMaxDepth; ++i) deep = Array{deep};
+    for (const Value& v : {NSBoxDouble(1e20), NSBoxDouble(18446744073709551616.0), deep, NSBoxUnsignedLong(ULONG_MAX)}) {
+        ASSERT_TRUE(store.setObject("v", v));
+        EXPECT_EQ(store.objectForKey("v"), v);
+    }
+    EXPECT_FALSE(store.setObject("v", Array{deep}));
+}
+
 // ---- Property lists ---------------------------------------------------------------------
 
 // A manifest with one value of every kind, as XML; binary when asked.
@@ -219,6 +305,74 @@ TEST_F(Settings, PropertyListsInBothFormats) {
     EXPECT_FALSE(dictionaryWithContentsOfURL((dir / "garbage.plist").string()));
     EXPECT_FALSE(dictionaryWithContentsOfURL((dir / "missing.plist").string()));
     EXPECT_FALSE(propertyListWithData(""));
+}
+
+// A binary property list assembled from its objects (each object's bytes, its
+// references written with refSize bytes) with object 0 at the top; offsets
+// take two bytes.
+std::string binaryPlist(const std::vector<std::string>& objects, char refSize = 1) {
+    auto bigEndian = [](uint64_t v, int size) {
+        std::string b(size, '\0');
+        for (int i = size - 1; i >= 0; --i, v >>= 8) b[i] = static_cast<char>(v & 0xFF);
+        return b;
+    };
+    std::string out = "bplist00";
+    std::string offsets;
+    for (const std::string& o : objects) {
+        offsets += bigEndian(out.size(), 2);
+        out += o;
+    }
+    size_t table = out.size();
+    return out + offsets + std::string(6, '\0') + '\2' + refSize + bigEndian(objects.size(), 8) + bigEndian(0, 8) + bigEndian(table, 8);
+}
+
+std::string utf16(const std::u16string& text) {
+    std::string out;
+    for (char16_t c : text) out += {static_cast<char>(c >> 8), static_cast<char>(c & 0xFF)};
+    return out;
+}
+
+struct HostilePlistCase {
+    const char* name;
+    std::string bytes;
+    const char* reason;  // the start of the refusal's reason
+};
+
+const HostilePlistCase kHostilePlists[] = {
+    {"NUL inside a UTF-16 string", binaryPlist({"\xD1\x01\x02", "\x51k", "\x63" + utf16({u'中', 0, u'b'})}), "object 2: text holds a NUL"},
+    {"NUL inside a UTF-16 key", binaryPlist({"\xD1\x01\x02", "\x62" + utf16({u'中', 0}), "\x51v"}), "object 1: text holds a NUL"},
+    {"NUL inside an ASCII string", binaryPlist({"\xD1\x01\x02", "\x51k", std::string("\x53" "a\0b", 4)}), "object 2: text holds a NUL"},
+    {"NUL inside XML", std::string("<plist><dict><key>a\0b</key><string>x</string></dict></plist>", 60), "text holds a NUL"},
+    {"an array that holds itself", binaryPlist({std::string("\xA1\x00", 2)}), "object 0: refers to itself"},
+    {"a reference to a missing object", binaryPlist({"\xA1\x07"}), "object 0: refers to a missing object"},
+    {"a key that is not text", binaryPlist({"\xD1\x01\x01", "\x10\x05"}), "object 0: dictionary key is not text"},
+    {"a string longer than the list", binaryPlist({"\x5F\x10\x7F" "abc"}), "object 0: text or data outside the list"},
+    {"an offset table outside the list", binaryPlist({"\x08"}).replace(binaryPlist({"\x08"}).size() - 1, 1, "\x7F"), "offset table outside"},
+    {"an offset outside the objects", binaryPlist({"\x08"}).replace(8 + 1, 2, "\x7F\x7F"), "object 0: offset out of range"},
+    {"too short", "bplist00", "binary property list too short"},
+};
+
+TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
+    std::vector<HostilePlistCase> cases(std::begin(kHostilePlists), std::end(kHostilePlists));
+    // Each array holds the next: 300 levels.
+    std::vector<std::string> chain;
+    for (int i = 1; i < 300; ++i) chain.push_back(std::string("\xA1") + static_cast<char>(i >> 8) + static_cast<char>(i & 0xFF));
+    chain.push_back("\x08");
+    cases.push_back({"nesting past the limit", binaryPlist(chain, 2), "nested deeper than 256 levels"});
+    // Every array refers to the next one twice: 2^40 values once expanded.
+    std::vector<std::string> laughs;
+    for (int i = 1; i <= 40; ++i) laughs.push_back(std::string("\xA2") + static_cast<char>(i) + static_cast<char>(i));
+    laughs.push_back("\x08");
+    cases.push_back({"a list that expands without bound", binaryPlist(laughs), "expands to more than"});
+
+    for (const HostilePlistCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string why;
+        EXPECT_FALSE(propertyListWithData(c.bytes, &why));
+        EXPECT_EQ(why.rfind(c.reason, 0), 0u) << why;
+    }
+    std::string why;
+    EXPECT_TRUE(propertyListWithData(binaryPlist({"\xD1\x01\x02", "\x51k", "\x62" + utf16(u"中b")}), &why)) << why;
 }
 
 TEST(Bundle, TheApplicationSetsItsVersion) {

@@ -64,7 +64,7 @@ using Call = std::function<void(Outcome&)>;
 
 template <class Make>
 Call probe(Make make) {
-    return [make](Outcome& o) { Server::httpGet("probe", Dictionary(), make(o)); };
+    return [make](Outcome& o) { reply::get("probe", Dictionary(), make(o)); };
 }
 
 const Call kTags = [](Outcome& o) { Tag::listWithCompany(1, 2, o.result<std::vector<Tag>>()); };
@@ -90,7 +90,7 @@ const Call kRecordUnguarded = probe([](Outcome& o) { return reply::oneRecord<Pro
 const Call kRecordOfDictionary = probe([](Outcome& o) { return reply::oneRecordOfDictionary<Probe>(o.result<Probe>()); });
 const Call kCoded = probe([](Outcome& o) { return reply::codedRecord<Probe>(o.result<Probe>()); });
 const Call kField = probe([](Outcome& o) { return reply::field(o.result<Value>(), "Description"); });
-const Call kPassThrough = probe([](Outcome& o) { return o.result<Value>(); });
+const Call kPassThrough = probe([](Outcome& o) { return reply::passThrough(o.result<Value>()); });
 const Call kDataOnSuccess = probe([](Outcome& o) { return reply::dataOnSuccess(o.result<Value>()); });
 const Call kFlag = probe([](Outcome& o) { return reply::flag(o.flag()); });
 const Call kBoolean = probe([](Outcome& o) { return reply::booleanOfData(o.flag()); });
@@ -106,14 +106,15 @@ struct VariantCase {
 };
 
 const std::string kCannotEnumerate = "a string cannot be enumerated";
+const std::string kTagsCannotEnumerate = "getLabel: " + kCannotEnumerate;
 const std::string kBadString = "array convert error:a string is not a dictionary";
-const std::string kBadNull = "array convert error:null has no integer value";
+const std::string kBadNull = "array convert error:ID: null has no integer value";
 
 const VariantCase kCases[] = {
     // The tolerant list, on getLabel.
     {"list: failure passes the message", kTags, false, R"([{"ID":1}])", {"F|M|-"}},
     {"list: bad elements dropped and logged", kTags, true, R"([{"ID":1},"x",{"ID":null},{"ID":3}])", {"T|M|[1,3]"}, {kBadString, kBadNull}},
-    {"list: string data fails", kTags, true, R"("oops")", {"F|" + kCannotEnumerate + "|-"}},
+    {"list: string data fails", kTags, true, R"("oops")", {"F|" + kTagsCannotEnumerate + "|-"}},
     {"list: object walked by keys", kTags, true, R"({"a":1,"b":2})", {"T|M|[]"}, {kBadString, kBadString}},
     {"list: absent data is nothing", kTags, true, nullptr, {"T|M|-"}},
     {"list: throwing completion called again", kTags, true, R"([{"ID":1}])", {"T|M|[1]", "F|completion failed|-"}, {}, true},
@@ -125,40 +126,40 @@ const VariantCase kCases[] = {
     {"printers: empty list", kPrinters, true, "[]", {"T|M|[]"}},
     {"printers: throwing completion called again", kPrinters, true, "[]", {"T|M|[]", "F|completion failed|-"}, {}, true},
     {"null is empty", kNullIsEmpty, true, "null", {"T|M|[]"}},
-    {"null is empty: string still fails", kNullIsEmpty, true, R"("x")", {"F|" + kCannotEnumerate + "|-"}},
+    {"null is empty: string still fails", kNullIsEmpty, true, R"("x")", {"F|probe: " + kCannotEnumerate + "|-"}},
     {"non-array is nothing: object", kNonArrayIsNothing, true, R"({"a":1})", {"T|M|-"}},
     {"non-array is nothing: list", kNonArrayIsNothing, true, R"([{"ID":4}])", {"T|M|[4]"}},
     // Strict lists.
-    {"loop: one bad element fails all", kLoop, true, R"([{"ID":1},{"ID":null}])", {"F|null has no integer value|-"}},
+    {"loop: one bad element fails all", kLoop, true, R"([{"ID":1},{"ID":null}])", {"F|probe: [1].ID: null has no integer value|-"}},
     {"loop: list in order", kLoop, true, R"([{"ID":2},{"ID":1}])", {"T|M|[2,1]"}},
     {"loop: absent data is empty", kLoop, true, nullptr, {"T|M|[]"}},
-    {"loop: object keys are not records", kLoop, true, R"({"a":1})", {"F|a string is not a dictionary|-"}},
+    {"loop: object keys are not records", kLoop, true, R"({"a":1})", {"F|probe: [0]: a string is not a dictionary|-"}},
     {"loop: failure", kLoop, false, "[]", {"F|M|-"}},
     {"loop non-array is empty: object", kLoopNonArrayIsEmpty, true, R"({"a":1})", {"T|M|[]"}},
     {"loop non-array is empty: list", kLoopNonArrayIsEmpty, true, R"([{"ID":5}])", {"T|M|[5]"}},
     {"loop skip unnamed", kLoopSkipUnnamed, true, R"([{"ID":1,"name":null},{"ID":2},{"ID":3,"name":"x"}])", {"T|M|[2,3]"}},
     // Pages.
     {"page: counters and rows", kPage, true, R"({"count":2,"totalPages":"5","totalRows":42,"nowPage":1,"data":[{"ID":1},{"ID":2}]})", {"T|M|2/5/42/1[1,2]"}},
-    {"page: a bad row fails the page", kPage, true, R"({"count":1,"data":[{"ID":null}]})", {"F|null has no integer value|-"}},
-    {"page: null counter fails", kPage, true, R"({"count":null})", {"F|null has no integer value|-"}},
+    {"page: a bad row fails the page", kPage, true, R"({"count":1,"data":[{"ID":1},{"ID":null}]})", {"F|probe: data[1].ID: null has no integer value|-"}},
+    {"page: null counter fails", kPage, true, R"({"count":null})", {"F|probe: count: null has no integer value|-"}},
     {"page: no data is not an empty page", kPage, true, R"({"count":3,"data":{}})", {"T|M|3/0/0/0-"}},
     {"page: empty data", kPage, true, R"({"data":[]})", {"T|M|0/0/0/0[]"}},
-    {"page: data that is not a dictionary", kPage, true, "[]", {"F|an array is not a dictionary|-"}},
+    {"page: data that is not a dictionary", kPage, true, "[]", {"F|probe: an array is not a dictionary|-"}},
     // One record.
     {"record", kRecord, true, R"({"ID":7})", {"T|M|#7"}},
-    {"record: string data fails", kRecord, true, R"("x")", {"F|a string is not a dictionary|-"}},
+    {"record: string data fails", kRecord, true, R"("x")", {"F|probe: a string is not a dictionary|-"}},
     {"record: failure", kRecord, false, R"({"ID":7})", {"F|M|-"}},
-    {"record unguarded: exception escapes", kRecordUnguarded, true, R"({"ID":null})", {"escaped:null has no integer value"}},
+    {"record unguarded: exception escapes", kRecordUnguarded, true, R"({"ID":null})", {"escaped:ID: null has no integer value"}},
     {"record of dictionary: null fails with the message", kRecordOfDictionary, true, "null", {"F|M|-"}},
     {"record of dictionary: array fails with the message", kRecordOfDictionary, true, "[]", {"F|M|-"}},
     {"record of dictionary", kRecordOfDictionary, true, R"({"ID":4})", {"T|M|#4"}},
     {"coded: non-zero code gives the record", kCoded, true, R"({"code":1,"data":{"ID":9}})", {"T|M|#9"}},
     {"coded: zero code is success with nothing", kCoded, true, R"({"code":0,"data":{"ID":9}})", {"T|M|-"}},
-    {"coded: record that is not a dictionary", kCoded, true, R"({"code":"2","data":"x"})", {"F|a string is not a dictionary|-"}},
+    {"coded: record that is not a dictionary", kCoded, true, R"({"code":"2","data":"x"})", {"F|probe: data: a string is not a dictionary|-"}},
     // Fields and pass-through.
     {"field as it stands", kField, true, R"({"Description":["<b>x</b>"]})", {R"(T|M|["<b>x</b>"])"}},
     {"field absent", kField, true, "{}", {"T|M|-"}},
-    {"field of a string fails", kField, true, R"("x")", {"F|a string is not a dictionary|-"}},
+    {"field of a string fails", kField, true, R"("x")", {"F|probe: a string is not a dictionary|-"}},
     {"pass through keeps data on failure", kPassThrough, false, R"({"a":1})", {R"(F|M|{"a":1})"}},
     {"pass through keeps null", kPassThrough, true, "null", {"T|M|null"}},
     {"data on success only: failure", kDataOnSuccess, false, R"({"a":1})", {"F|M|-"}},

@@ -1,0 +1,19 @@
+// Any reply body: splitting it by the envelope never throws, and a failure it
+// reports for a body that is not a JSON object names the API.
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "platform/HTTPTransport.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace veltrane;
+    std::string_view body(reinterpret_cast<const char*>(data), size);
+    static const Envelope standard;
+    static const Envelope custom{"code", "msg", "result", [](const Value* code) { return code && code->intValue() == 0; }};
+    for (const Envelope* envelope : {&standard, &custom}) {
+        GatewayReply reply = splitEnvelope("fuzz", body, *envelope);
+        if (reply.success && reply.message && reply.message->rfind("fuzz: reply is", 0) == 0) std::abort();
+    }
+    return 0;
+}

@@ -1,0 +1,18 @@
+// Any bytes read as a property list: refused with a reason or read into
+// values, never an abort, a hang or unbounded memory.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "foundation/JSON.h"
+#include "platform/PropertyList.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace veltrane;
+    std::string why;
+    std::optional<Value> value = propertyListWithData(std::string_view(reinterpret_cast<const char*>(data), size), &why);
+    if (!value && why.empty()) std::abort();
+    if (value) (void)describe(*value);
+    return 0;
+}

@@ -1,0 +1,121 @@
+// Any JSON as a server reply: every record type built from it, and every
+// class operation answered with it (as success and as failure) through the
+// in-memory transport. Records may refuse a value with ValueError and
+// unguarded reply handlers may let it leave the completion; anything else —
+// another exception, a crash, undefined behaviour — is a finding.
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "Veltrane.h"
+
+namespace {
+
+using namespace veltrane;
+
+// Reads every property a record offers, so that live reads run too.
+template <class R>
+void build(const Value& v) {
+    if (const Dictionary* d = v.dictionaryIf()) {
+        try {
+            R record(*d);
+            (void)record;
+        } catch (const ValueError&) {
+        }
+    }
+}
+
+// A completion that accepts whatever it is given.
+template <class T>
+ResultCallback<T> any() {
+    return [](bool, std::optional<std::string>, std::optional<T>) {};
+}
+FlagCallback anyFlag() {
+    return [](bool, std::optional<std::string>, bool) {};
+}
+
+using Operation = std::function<void()>;
+
+const std::vector<Operation>& operations() {
+    static const std::vector<Operation> all{
+        [] { Tag::listWithCompany(1, 2, any<std::vector<Tag>>()); },
+        [] { NumberInfo::listWithCompany(1, 2, 0, 0, "1", 1, any<DataPage<NumberInfo>>()); },
+        [] { NumberInfo::lockPhoneNumber("13300000000", 1, anyFlag()); },
+        [] { NumberInfo::unlockPhoneNumber("13300000000", 1, anyFlag()); },
+        [] { ProductInfo::listForCompany(1, 1, std::string("x"), any<DataPage<ProductInfo>>()); },
+        [] { ProductInfo::listForCompany(1, std::string("86"), 101, any<DataPage<ProductInfo>>()); },
+        [] { ProductInfo::checkIMEI("86", 1, any<ProductInfo>()); },
+        [] { ProductInfo::lockIMEI("86", 1, anyFlag()); },
+        [] { ProductInfo::getInfoOfProduct(1, 1, any<Value>()); },
+        [] { PlanInfo::listWithCompany(1, any<std::vector<PlanInfo>>()); },
+        [] { PlanItem::listWithCompany(1, 1, std::nullopt, any<std::vector<PlanItem>>()); },
+        [] { PlanItem::getDescriptionOfItem(1, any<Value>()); },
+        [] { CompoundType::listWithCallback(any<std::vector<CompoundType>>()); },
+        [] { Compound::listWithPlanItemID(1, 1, any<std::vector<Compound>>()); },
+        [] { Compound::getDetailWithCompoundID(1, any<Value>()); },
+        [] { BillingOption::listWithPlanItemID(1, 1, any<std::vector<BillingOption>>()); },
+        [] { CRMInfo::checkWithBusinessNumber("1", any<CRMInfo>()); },
+        [] { OfferMember::getWithCompanyID(1, std::string("1"), any<std::vector<OfferMember>>()); },
+        [] { TelecomResource::list(1, 1, 1, any<std::vector<TelecomResource>>()); },
+    };
+    return all;
+}
+
+void buildEveryRecord(const Value& v) {
+    build<Tag>(v);
+    build<NumberInfo>(v);
+    build<ProductInfo>(v);
+    build<PlanInfo>(v);
+    build<PlanItem>(v);
+    build<CompoundType>(v);
+    build<Compound>(v);
+    build<BillingOption>(v);
+    build<CRMInfo>(v);
+    build<OfferMember>(v);
+    build<TelecomResource>(v);
+    if (const Dictionary* d = v.dictionaryIf()) {
+        try {
+            (void)NumberInfo::loadFromActionOrderInfo(*d).raw();
+            (void)OfferMember::loadFromActionFormOrder(*d);
+        } catch (const ValueError&) {
+        }
+    }
+}
+
+struct Setup {
+    std::shared_ptr<MemoryTransport> transport = std::make_shared<MemoryTransport>();
+    Setup() {
+        setLogSink({});
+        Server::setTransport(transport);
+        Account::signIn(User(7, 1, "fuzz"));
+    }
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static Setup setup;
+    if (size == 0) return 0;
+    Value reply;
+    try {
+        reply = parseJSON(std::string_view(reinterpret_cast<const char*>(data) + 1, size - 1));
+    } catch (const JSONError&) {
+        return 0;
+    }
+    buildEveryRecord(reply);
+    // The first byte says whether the gateway reports success.
+    bool success = data[0] & 1;
+    setup.transport->setHandler([&](const MemoryTransport::Request&) { return MemoryTransport::Reply{success, "fuzz", reply}; });
+    for (const Operation& operation : operations()) {
+        try {
+            operation();
+        } catch (const ValueError&) {
+            // An unguarded reply handler lets a conversion failure out.
+        }
+    }
+    setup.transport->clear();
+    return 0;
+}
