@@ -15,8 +15,9 @@ namespace veltrane::bench {
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     // Each pair is (subject, peer); counter names the figure compared
-    // ("bytes_per_second", "items_per_second"). The difference in real time
-    // per iteration is printed beside each ratio.
+    // ("bytes_per_second", "items_per_second"); a benchmark with arguments is
+    // named with them ("Values/2"). The difference in real time per iteration
+    // is printed beside each ratio.
     RatioReporter(std::vector<std::pair<std::string, std::string>> pairs, std::string counter)
         : pairs_(std::move(pairs)), counter_(std::move(counter)) {}
 
@@ -24,9 +25,11 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median") continue;
-            figures_[run.run_name.function_name] = double(run.counters.at(counter_));
+            if (!run.counters.count(counter_)) continue;
+            std::string name = run.run_name.function_name + (run.run_name.args.empty() ? "" : "/" + run.run_name.args);
+            figures_[name] = double(run.counters.at(counter_));
             // Real time of one iteration, in microseconds.
-            times_[run.run_name.function_name] = run.GetAdjustedRealTime() * 1e6 / benchmark::GetTimeUnitMultiplier(run.time_unit);
+            times_[name] = run.GetAdjustedRealTime() * 1e6 / benchmark::GetTimeUnitMultiplier(run.time_unit);
         }
     }
 

@@ -29,8 +29,8 @@ Dictionary NumberInfo::raw() const {
 }
 
 bool NumberInfo::isEqual(const NumberInfo& other) const {
-    const std::string* mine = phoneNumber_ ? phoneNumber_->stringIf() : nullptr;
-    const std::string* theirs = other.phoneNumber_ ? other.phoneNumber_->stringIf() : nullptr;
+    std::optional<std::string_view> mine = phoneNumber_ ? phoneNumber_->stringIf() : std::nullopt;
+    std::optional<std::string_view> theirs = other.phoneNumber_ ? other.phoneNumber_->stringIf() : std::nullopt;
     return mine && theirs && *mine == *theirs;
 }
 

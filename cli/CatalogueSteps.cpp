@@ -17,7 +17,7 @@ namespace veltrane::cli {
 
 namespace {
 
-std::string text(const std::optional<Value>& v) { return v && v->isString() ? v->asString() : describeOrNull(v); }
+std::string text(const std::optional<Value>& v) { return v && v->isString() ? std::string(v->asString()) : describeOrNull(v); }
 std::string text(const std::optional<std::string>& v) { return v.value_or("(none)"); }
 
 std::string yuan(float amount) {

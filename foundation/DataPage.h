@@ -37,7 +37,7 @@ public:
         std::vector<T> result;
         result.reserve(rows->asArray().size());
         for (const Value& row : rows->asArray()) {
-            locatedAt("data[" + std::to_string(result.size()) + "]", [&] {
+            locatedAtElement("data", result.size(), [&] {
                 std::optional<T> record = andDataConvertionBlock(row);
                 if (!record) throw ValueError("the row converted to nothing");
                 result.push_back(std::move(*record));

@@ -139,7 +139,7 @@ Handler loopList(ResultCallback<std::vector<R>> callback, std::function<bool(con
         if (data) {
             size_t index = 0;
             forEachElement(*data, [&](const Value& element) {
-                locatedAt("[" + std::to_string(index++) + "]", [&] {
+                locatedAtElement("", index++, [&] {
                     if (!skip || !skip(element)) records.push_back(R(element.asDictionary()));
                 });
             });

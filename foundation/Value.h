@@ -1,28 +1,42 @@
 // The JSON value model: null, boolean, number, string, array and dictionary.
 //
+// A Value is 16 bytes: strings of up to 15 bytes are held inline, numbers keep
+// their kind (32-bit, word-sized, unsigned word-sized, float, double), and
+// arrays, dictionaries and longer strings are handles to nodes.
+//
 // Arrays and dictionaries are shared handles: copying a Value, an Array or a
 // Dictionary copies the handle, so every holder sees the same container and
 // its later changes. copy()/mutableCopy() make a new one-level copy (the
 // elements themselves are shared). A dictionary keeps its keys in insertion
 // order; setting an existing key replaces the value in place.
 //
+// A parsed reply lives in one arena (a few large blocks) that is counted as a
+// whole: every handle into it from outside keeps all of it alive, references
+// between its own values are not counted (so a reply can refer to itself
+// without leaking), and it is freed with the last handle. Containers of a
+// reply can be written like any other; one that grows past its parsed size
+// moves its storage out of the arena. A record kept long after its reply
+// should be detach()ed, so that it holds its own values and not the whole
+// reply.
+//
 // JSON null and an absent key are different things everywhere: find() returns
 // nullptr for an absent key and a pointer to a null Value for a stored null.
 //
-// Thread rules: values keep no locks. A container may be read from several
-// threads at once, but must not be changed while another thread uses it.
+// Thread rules: counts are atomic, so handles may be copied and dropped on any
+// thread. A container may be read from several threads at once, but must not
+// be changed while another thread uses it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
-#include <memory>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "foundation/Number.h"
@@ -61,48 +75,112 @@ auto locatedAt(std::string_view segment, Read&& read) -> decltype(read()) {
     }
 }
 
+// The same for element index of the container under name (name may be empty):
+// "data[3]". The segment is made only when something is thrown.
+template <class Read>
+auto locatedAtElement(std::string_view name, size_t index, Read&& read) -> decltype(read()) {
+    try {
+        return read();
+    } catch (const ValueError& e) {
+        throw e.within(std::string(name) + "[" + std::to_string(index) + "]");
+    }
+}
+
 class Value;
 class Array;
 class Dictionary;
 
+namespace detail {
+struct Node;
+struct ArrayNode;
+struct DictNode;
+class Builder;
+class Copier;
+class Access;
+} // namespace detail
+
 class Array {
 public:
+    // A new, empty array of its own.
     Array();
     Array(std::initializer_list<Value> values);
     explicit Array(std::vector<Value> values);
+    Array(const Array& other);
+    Array(Array&& other) noexcept;
+    Array& operator=(const Array& other);
+    Array& operator=(Array&& other) noexcept;
+    ~Array();
 
     size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }
+    // The element at i; throws std::out_of_range past the end.
     const Value& operator[](size_t i) const;
-    Value& operator[](size_t i);
+    // Replaces the element at i; throws std::out_of_range past the end.
+    void set(size_t i, Value v);
     void push_back(Value v);
     void reserve(size_t n);
-    std::vector<Value>::const_iterator begin() const noexcept;
-    std::vector<Value>::const_iterator end() const noexcept;
+    const Value* begin() const noexcept;
+    const Value* end() const noexcept;
 
+    // A one-level copy: a new array holding the same elements.
     Array copy() const;
-    bool isSame(const Array& other) const noexcept { return items_ == other.items_; }
+    // A deep copy that shares nothing with any reply or other holder.
+    Array detached() const;
+    bool isSame(const Array& other) const noexcept { return node_ == other.node_; }
 
 private:
-    std::shared_ptr<std::vector<Value>> items_;
+    friend class Value;
+    friend class detail::Builder;
+    friend class detail::Copier;
+    struct Adopt {};
+    Array(detail::ArrayNode* node, Adopt) noexcept : node_(node) {}
+    detail::ArrayNode* node_;
 };
 
 class Dictionary {
 public:
-    using Entry = std::pair<std::string, Value>;
+    // What iteration yields: the key and the value, both read in place.
+    using Entry = std::pair<std::string_view, const Value&>;
 
+    class const_iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+        using pointer = void;
+        using reference = Entry;
+        const_iterator(const Value* key = nullptr, const Value* value = nullptr) noexcept : key_(key), value_(value) {}
+        Entry operator*() const noexcept;
+        const_iterator& operator++() noexcept;
+        const_iterator operator++(int) noexcept {
+            const_iterator before = *this;
+            ++*this;
+            return before;
+        }
+        friend bool operator==(const const_iterator& a, const const_iterator& b) noexcept { return a.value_ == b.value_; }
+
+    private:
+        const Value* key_;
+        const Value* value_;
+    };
+
+    // A new, empty, writable dictionary of its own.
     Dictionary();
-    Dictionary(std::initializer_list<Entry> entries);
+    Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
+    Dictionary(const Dictionary& other);
+    Dictionary(Dictionary&& other) noexcept;
+    Dictionary& operator=(const Dictionary& other);
+    Dictionary& operator=(Dictionary&& other) noexcept;
+    ~Dictionary();
 
     size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }
-    const std::vector<Entry>& entries() const noexcept;
-    std::vector<Entry>::const_iterator begin() const noexcept;
-    std::vector<Entry>::const_iterator end() const noexcept;
+    const_iterator begin() const noexcept;
+    const_iterator end() const noexcept;
 
     // The stored value, or nullptr when the key is absent.
-    const Value* find(std::string_view key) const;
-    bool contains(std::string_view key) const { return find(key) != nullptr; }
+    const Value* find(std::string_view key) const noexcept;
+    bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
     // The stored value as it stands: nothing when the key is absent, JSON null
     // when null is stored.
     std::optional<Value> optValue(std::string_view key) const;
@@ -119,8 +197,10 @@ public:
     // One-level copies: a writable one, and one that refuses every write.
     Dictionary mutableCopy() const;
     Dictionary immutableCopy() const;
+    // A deep copy that shares nothing with any reply or other holder.
+    Dictionary detached() const;
     bool isReadOnly() const noexcept;
-    bool isSame(const Dictionary& other) const noexcept { return storage_ == other.storage_; }
+    bool isSame(const Dictionary& other) const noexcept { return node_ == other.node_; }
 
     // Typed reads that never throw. Absent keys, JSON null and values of the
     // wrong kind give the neutral value; numeric text is read as its number.
@@ -134,57 +214,81 @@ public:
     Dictionary optDictionary(std::string_view key) const;
 
     // The platform's plain readings: a number or numeric text; an absent key
-    // gives 0; null, an array or a dictionary throws ValueError.
+    // gives 0; null, an array or a dictionary throws ValueError naming the key.
     int32_t intValue(std::string_view key) const;
     long longValue(std::string_view key) const;
     float floatValue(std::string_view key) const;
     double doubleValue(std::string_view key) const;
 
 private:
-    struct Storage;
-    explicit Dictionary(std::shared_ptr<Storage> s) : storage_(std::move(s)) {}
-    std::shared_ptr<Storage> storage_;
+    friend class Value;
+    friend class detail::Builder;
+    friend class detail::Copier;
+    struct Adopt {};
+    Dictionary(detail::DictNode* node, Adopt) noexcept : node_(node) {}
+    detail::DictNode* node_;
 };
 
 class Value {
 public:
     enum class Type : uint8_t { Null, Boolean, Number, String, Array, Dictionary };
 
-    Value() noexcept = default;
-    Value(std::nullptr_t) noexcept {}
-    Value(bool b) noexcept : v_(b) {}
-    Value(int v) noexcept : v_(Number(static_cast<int32_t>(v))) {}
-    Value(long v) noexcept : v_(Number(v)) {}
-    Value(unsigned long v) noexcept : v_(Number(v)) {}
-    Value(float v) noexcept : v_(Number(v)) {}
-    Value(double v) noexcept : v_(Number(v)) {}
-    Value(Number n) noexcept : v_(n) {}
-    Value(std::string s) noexcept : v_(std::move(s)) {}
-    Value(std::string_view s) : v_(std::string(s)) {}
-    Value(const char* s) : v_(std::string(s)) {}
-    Value(veltrane::Array a) noexcept : v_(std::move(a)) {}
-    Value(veltrane::Dictionary d) noexcept : v_(std::move(d)) {}
+    Value() noexcept { setTag(kNull); }
+    Value(std::nullptr_t) noexcept : Value() {}
+    Value(bool b) noexcept;
+    // A pointer is not a boolean: no Value from one (text comes as const char*).
+    Value(const void*) = delete;
+    Value(int v) noexcept : Value(Number(static_cast<int32_t>(v))) {}
+    Value(long v) noexcept : Value(Number(v)) {}
+    Value(unsigned long v) noexcept : Value(Number(v)) {}
+    Value(float v) noexcept : Value(Number(v)) {}
+    Value(double v) noexcept : Value(Number(v)) {}
+    Value(Number n) noexcept;
+    Value(std::string_view s);
+    Value(const std::string& s) : Value(std::string_view(s)) {}
+    Value(const char* s) : Value(std::string_view(s)) {}
+    Value(veltrane::Array a) noexcept;
+    Value(veltrane::Dictionary d) noexcept;
+    Value(const Value& other) {
+        if (other.holdsNode()) copyNode(other);
+        else std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof(Value));
+    }
+    Value(Value&& other) noexcept;
+    Value& operator=(const Value& other);
+    Value& operator=(Value&& other) noexcept;
+    ~Value() {
+        if (holdsNode()) release();
+    }
 
-    Type type() const noexcept { return static_cast<Type>(v_.index()); }
-    bool isNull() const noexcept { return type() == Type::Null; }
-    bool isBool() const noexcept { return type() == Type::Boolean; }
-    bool isNumber() const noexcept { return type() == Type::Number; }
-    bool isString() const noexcept { return type() == Type::String; }
-    bool isArray() const noexcept { return type() == Type::Array; }
-    bool isDictionary() const noexcept { return type() == Type::Dictionary; }
+    Type type() const noexcept;
+    bool isNull() const noexcept { return tag() == kNull; }
+    bool isBool() const noexcept { return tag() == kBool; }
+    bool isNumber() const noexcept { return tag() >= kInt32 && tag() <= kDouble; }
+    bool isString() const noexcept { return tag() <= kLongString; }
+    bool isArray() const noexcept { return tag() == kArray; }
+    bool isDictionary() const noexcept { return tag() == kDictionary; }
 
     // Checked access; each throws ValueError naming what the value really is.
+    // A string view lives as long as this value (or its reply) does.
     bool asBool() const;
-    const Number& asNumber() const;
-    const std::string& asString() const;
+    Number asNumber() const;
+    std::string_view asString() const;
     const veltrane::Array& asArray() const;
     const veltrane::Dictionary& asDictionary() const;
 
-    // Unchecked views: nullptr when the value is of another kind.
-    const std::string* stringIf() const noexcept { return std::get_if<std::string>(&v_); }
-    const Number* numberIf() const noexcept { return std::get_if<Number>(&v_); }
-    const veltrane::Array* arrayIf() const noexcept { return std::get_if<veltrane::Array>(&v_); }
-    const veltrane::Dictionary* dictionaryIf() const noexcept { return std::get_if<veltrane::Dictionary>(&v_); }
+    // Unchecked views: nothing when the value is of another kind.
+    std::optional<std::string_view> stringIf() const noexcept {
+        if (tag() < kLongString) return std::string_view(reinterpret_cast<const char*>(this), tag());
+        if (tag() == kLongString) {
+            uint32_t size;
+            std::memcpy(&size, rest_, sizeof size);
+            return std::string_view(payload_.chars, size);
+        }
+        return std::nullopt;
+    }
+    std::optional<Number> numberIf() const noexcept;
+    const veltrane::Array* arrayIf() const noexcept { return isArray() ? &payload_.array : nullptr; }
+    const veltrane::Dictionary* dictionaryIf() const noexcept { return isDictionary() ? &payload_.dictionary : nullptr; }
 
     // The platform's plain readings: numbers convert, text is read by its
     // leading number, booleans are 1 or 0; null, arrays and dictionaries throw.
@@ -197,6 +301,9 @@ public:
     // or a non-zero leading integer; null, arrays and dictionaries throw.
     bool boolValue() const;
 
+    // A deep copy that shares nothing with any reply or other holder.
+    Value detached() const;
+
     // Deep value equality; dictionaries compare without regard to key order.
     friend bool operator==(const Value& a, const Value& b);
 
@@ -204,10 +311,78 @@ public:
     const char* kindName() const noexcept;
 
 private:
-    std::variant<std::monostate, bool, Number, std::string, veltrane::Array, veltrane::Dictionary> v_;
+    friend class detail::Builder;
+    friend class detail::Copier;
+    friend class detail::Access;
+
+    // The tag, in the value's last byte: 0 to 15 is an inline string of that
+    // many bytes; the rest name the kind.
+    // payload_.chars: the bytes of a string node; its size in rest_[0..3].
+    static constexpr uint8_t kLongString = 0x10;
+    static constexpr uint8_t kNull = 0x11, kBool = 0x12;
+    static constexpr uint8_t kInt32 = 0x13, kLong = 0x14, kUnsignedLong = 0x15, kFloat = 0x16, kDouble = 0x17;
+    static constexpr uint8_t kArray = 0x18, kDictionary = 0x19;
+
+    uint8_t tag() const noexcept { return tag_; }
+    void setTag(uint8_t t) noexcept { tag_ = t; }
+    bool holdsNode() const noexcept { return tag_ == kLongString || tag_ >= kArray; }
+    void copyNode(const Value& other);
+    // The node this value refers to (long string, array or dictionary), or nullptr.
+    detail::Node* node() const noexcept;
+    void retain() const noexcept;
+    void release() noexcept;
+    // Takes over other's bits and count; other becomes null.
+    void steal(Value& other) noexcept;
+
+    union Payload {
+        int64_t i;
+        uint64_t u;
+        float f;
+        double d;
+        bool b;
+        const char* chars;
+        veltrane::Array array;
+        veltrane::Dictionary dictionary;
+        Payload() noexcept : u(0) {}
+        ~Payload() {}
+    } payload_;
+    char rest_[7] = {};  // an inline string's bytes 8 to 14; a long string's size
+    uint8_t tag_;
 };
+
+static_assert(sizeof(Value) == 16, "a Value is 16 bytes");
 
 bool operator==(const Array& a, const Array& b);
 bool operator==(const Dictionary& a, const Dictionary& b);
+
+// A copy of record (any record type) that holds its own values, detached from
+// the reply it was read from: every Value, Array and Dictionary it keeps is
+// copied deeply. Use it for a record kept long after its reply (a number
+// chosen for an order, a card kept for a session): the record then holds only
+// its own few bytes, not the whole page it came in. Within the copy, handles
+// that were shared become separate containers.
+template <class Record>
+Record detach(const Record& record);
+
+namespace detail {
+// While alive on a thread, copying a Value, Array or Dictionary there makes a
+// deep, detached copy instead of sharing.
+class DetachingCopies {
+public:
+    DetachingCopies() noexcept;
+    ~DetachingCopies();
+    DetachingCopies(const DetachingCopies&) = delete;
+    DetachingCopies& operator=(const DetachingCopies&) = delete;
+
+private:
+    bool previous_;
+};
+} // namespace detail
+
+template <class Record>
+Record detach(const Record& record) {
+    detail::DetachingCopies scope;
+    return Record(record);
+}
 
 } // namespace veltrane

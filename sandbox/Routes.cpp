@@ -403,7 +403,7 @@ std::vector<Route> makeRoutes() {
              if (!goods) return Answer::failure("商品不存在");
              Dictionary info = omit(*goods, {"units", "TAC"});
              long inStock = 0;
-             for (const Value& imei : goods->optArray("units").value_or(Array())) inStock += !s.lockedImeis.count(imei.asString());
+             for (const Value& imei : goods->optArray("units").value_or(Array())) inStock += !s.lockedImeis.count(std::string(imei.asString()));
              info.set("Stock", inStock);
              return Answer::success(info);
          }},

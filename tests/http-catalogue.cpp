@@ -23,7 +23,7 @@ TEST_F(Catalogue, NumbersListLockAndFormat) {
     ASSERT_FALSE(page.result->data()->empty());
     EXPECT_EQ(page.result->totalRows(), 40) << "two thirds of the numbers are on network 2";
     NumberInfo chosen = page.result->data()->back();
-    std::string phone = chosen.phoneNumber()->asString();
+    std::string phone(chosen.phoneNumber()->asString());
     EXPECT_EQ(stringFormattedAsPhoneNumber(phone).size(), 13u);
 
     auto locked = awaitFlag([&](auto done) { NumberInfo::lockPhoneNumber(phone, 1, done); });
@@ -43,7 +43,7 @@ TEST_F(Catalogue, DevicesByKeywordAndIMEI) {
     auto units = await<DataPage<ProductInfo>>([](auto done) { ProductInfo::listForCompany(1, std::string("86"), 103, done); });
     ASSERT_TRUE(units.success) << units.message.value_or("");
     ASSERT_FALSE(units.result->data()->empty());
-    std::string imei = units.result->data()->front().serial()->asString();
+    std::string imei(units.result->data()->front().serial()->asString());
     EXPECT_EQ(imei.size(), 15u);
 
     auto device = await<ProductInfo>([&](auto done) { ProductInfo::checkIMEI(imei, 1, done); });

@@ -58,6 +58,18 @@ TEST(JSON, Parse) {
     }
 }
 
+// Memory an earlier reply left behind must not change how keys compare: a long
+// key given twice is one key, whatever bytes its arena held before.
+TEST(JSON, DuplicateLongKeysWhateverCameBefore) {
+    std::string earlier = "[";
+    for (int i = 0; i < 2000; ++i) earlier += (i ? ",\"" : "\"") + std::string(40, static_cast<char>('a' + i % 26)) + "\"";
+    for (int round = 0; round < 20; ++round) {
+        { Value garbage = parseJSON(earlier + "]"); }
+        Value v = parseJSON(R"({"a key longer than fifteen":1,"b":2,"a key longer than fifteen":3,"another long key, too":4,"another long key, too":5})");
+        ASSERT_EQ(writeJSON(v), R"({"a key longer than fifteen":3,"b":2,"another long key, too":5})") << "round " << round;
+    }
+}
+
 TEST(JSON, NumberKindsFromText) {
     Dictionary d = parseJSON(R"({"i":7,"u":18446744073709551615,"d":7.5})").asDictionary();
     EXPECT_EQ(d.find("i")->asNumber().kind(), Number::Kind::Long);
@@ -121,7 +133,7 @@ TEST(JSON, ContainerThatHoldsItselfIsRefusedNotOverflowed) {
     loop.push_back(loop);
     EXPECT_THROW(writeJSON(loop), JSONError);
     EXPECT_NE(describe(loop).find("..."), std::string::npos);
-    loop[0] = Value();  // shared handles cannot free a cycle: the holder breaks it
+    loop.set(0, Value());  // shared handles cannot free a cycle: the holder breaks it
 }
 
 TEST(JSON, DescribeIsOneReadableLine) {

@@ -3,9 +3,11 @@
 #include <cmath>
 #include <climits>
 #include <limits>
+#include <thread>
 
 #include "foundation/Boxing.h"
 #include "foundation/JSON.h"
+#include "foundation/ValueNodes.h"
 #include "support/Harness.h"
 
 namespace veltrane {
@@ -147,7 +149,7 @@ TEST(Values, InsertionOrderSurvivesReplaceAndGrowth) {
     d.set("k50", -1);
     d.remove("k10");
     EXPECT_EQ(d.size(), 99u);
-    EXPECT_EQ(d.entries().front().first, "k99");
+    EXPECT_EQ((*d.begin()).first, "k99");
     EXPECT_EQ(d.optInt("k50"), -1);
     EXPECT_FALSE(d.contains("k10"));
     EXPECT_EQ(d.optInt("k0"), 99);
@@ -179,6 +181,138 @@ TEST(Values, Equality) {
         EXPECT_EQ(parseJSON(c.a) == parseJSON(c.b), c.equal);
         EXPECT_EQ(parseJSON(c.b) == parseJSON(c.a), c.equal);
     }
+}
+
+// ---- One arena per reply ----------------------------------------------------------------
+
+class Replies : public ::testing::Test {
+protected:
+    void TearDown() override { EXPECT_EQ(detail::liveArenas(), alive) << "every reply is freed with its last handle"; }
+    size_t alive = detail::liveArenas();
+};
+
+TEST_F(Replies, RowsOfOneShapeStayApartWhenWritten) {
+    Value page = parseJSON(R"([{"a":1,"b":2,"LongKeyOfTheRow":0},{"a":3,"b":4,"LongKeyOfTheRow":0},)"
+                           R"({"a":5,"b":6,"LongKeyOfTheRow":0},{"a":7,"b":8,"LongKeyOfTheRow":0}])");
+    const Array& rows = page.asArray();
+    Dictionary first = rows[0].asDictionary(), second = rows[1].asDictionary(), third = rows[2].asDictionary();
+    first.set("c", 7);
+    second.remove("a");
+    third.set("b", "x");
+    Dictionary fourth = rows[3].asDictionary();
+    for (int i = 0; i < 40; ++i) fourth.set("k" + std::to_string(i), i);
+    EXPECT_EQ(writeJSON(Array{rows[0], rows[1], rows[2]}),
+              R"([{"a":1,"b":2,"LongKeyOfTheRow":0,"c":7},{"b":4,"LongKeyOfTheRow":0},{"a":5,"b":"x","LongKeyOfTheRow":0}])");
+    EXPECT_EQ(rows[3].asDictionary().size(), 43u);
+    EXPECT_EQ(rows[3].asDictionary().optInt("k39"), 39);
+    EXPECT_EQ(rows[3].asDictionary().optInt("a"), 7);
+}
+
+TEST_F(Replies, ManyKeysAreFoundThroughTheIndex) {
+    std::string json = "[";
+    for (int row = 0; row < 3; ++row) {
+        json += row ? ",{" : "{";
+        for (int k = 0; k < 41; ++k) json += (k ? ",\"" : "\"") + std::string(k % 2 ? "AgentCTPictureHeads" : "k") + std::to_string(k) + "\":" + std::to_string(row * 100 + k);
+        json += "}";
+    }
+    Value page = parseJSON(json + "]");
+    for (int row = 0; row < 3; ++row)
+        for (int k = 0; k < 41; ++k)
+            EXPECT_EQ(page.asArray()[row].asDictionary().optInt(std::string(k % 2 ? "AgentCTPictureHeads" : "k") + std::to_string(k)), row * 100 + k);
+    EXPECT_FALSE(page.asArray()[1].asDictionary().contains("k1"));
+}
+
+TEST_F(Replies, ValuesOutliveTheReplyTheyCameFrom) {
+    Dictionary inner;
+    Value longText;
+    {
+        Value reply = parseJSON(R"({"inner":{"name":"广东省广州市天河区体育西路103号"},"other":[1,2,3]})");
+        inner = reply.asDictionary().optDictionary("inner");
+        longText = *inner.find("name");
+    }
+    EXPECT_EQ(detail::liveArenas(), alive + 1) << "a handle keeps its whole reply";
+    EXPECT_EQ(longText.asString(), "广东省广州市天河区体育西路103号");
+    inner.set("added", 1);
+    EXPECT_EQ(inner.size(), 2u);
+}
+
+TEST_F(Replies, AReplyThatRefersToItselfIsStillFreed) {
+    Value reply = parseJSON(R"({"a":{"b":[1]},"s":"a string longer than fifteen bytes"})");
+    Dictionary root = reply.asDictionary();
+    Dictionary a = root.optDictionary("a");
+    a.set("parent", reply);
+    a.set("self", a);
+    root.set("again", root.optValue("s").value());
+    a.optArray("b")->push_back(reply);
+    EXPECT_EQ(a.optDictionary("parent").optDictionary("a").optDictionary("self").optArray("b")->size(), 2u);
+}
+
+TEST_F(Replies, AValueFromAnotherReplyKeepsThatReplyAlive) {
+    Value first = parseJSON(R"({"kept":null})");
+    {
+        Value second = parseJSON(R"({"x":{"deep":"from the second reply, long enough"}})");
+        Dictionary target = first.asDictionary();
+        target.set("kept", second.asDictionary().optDictionary("x"));
+        Dictionary built;
+        built.set("y", second);  // and a container of no reply holds it too
+        target.set("built", built);
+    }
+    EXPECT_EQ(detail::liveArenas(), alive + 2);
+    EXPECT_EQ(first.asDictionary().optDictionary("kept").optString("deep"), "from the second reply, long enough");
+    first = Value();
+    EXPECT_EQ(detail::liveArenas(), alive);
+}
+
+TEST_F(Replies, HoldersShareAParsedContainerThroughItsGrowth) {
+    Value reply = parseJSON(R"({"d":{"a":1},"l":[1]})");
+    Dictionary d = reply.asDictionary().optDictionary("d");
+    Array l = *reply.asDictionary().optArray("l");
+    for (int i = 0; i < 100; ++i) {
+        d.set("k" + std::to_string(i), i);
+        l.push_back(i);
+    }
+    EXPECT_EQ(reply.asDictionary().optDictionary("d").size(), 101u);
+    EXPECT_EQ(reply.asDictionary().optArray("l")->size(), 101u);
+    EXPECT_EQ(reply.asDictionary().optDictionary("d").optInt("k99"), 99);
+}
+
+TEST_F(Replies, HandlesCrossThreads) {
+    Value page = parseJSON(R"([{"Phone":"13912345678","UIM":"8986031234567890001"},{"Phone":"13912345679","UIM":"8986031234567890002"}])");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([row = page.asArray()[t % 2]] {
+            for (int i = 0; i < 20000; ++i) {
+                Value copy = row;
+                std::optional<Value> uim = copy.asDictionary().optValue("UIM");
+                if (!uim || uim->asString().size() != 19) std::abort();
+            }
+        });
+    page = Value();
+    for (std::thread& t : threads) t.join();
+}
+
+TEST_F(Replies, DetachedRecordsHoldNoReply) {
+    struct Record {
+        Dictionary raw;
+        std::optional<Value> name;
+        std::vector<Value> list;
+    };
+    std::optional<Record> kept;
+    {
+        Value reply = parseJSON(R"({"name":"a name longer than fifteen bytes","list":[[1],{"x":"y"}]})");
+        Array list = *reply.asDictionary().optArray("list");
+        Record record{reply.asDictionary(), reply.asDictionary().optValue("name"), std::vector<Value>(list.begin(), list.end())};
+        kept = detach(record);
+        EXPECT_FALSE(kept->raw.isSame(record.raw));
+    }
+    EXPECT_EQ(detail::liveArenas(), alive) << "the detached copy holds nothing of the reply";
+    EXPECT_EQ(kept->name->asString(), "a name longer than fifteen bytes");
+    EXPECT_EQ(writeJSON(kept->raw), R"({"name":"a name longer than fifteen bytes","list":[[1],{"x":"y"}]})");
+    EXPECT_EQ(writeJSON(kept->list[1]), R"({"x":"y"})");
+    Array loop;
+    loop.push_back(loop);
+    EXPECT_THROW(detach(loop), ValueError) << "a container that holds itself cannot be copied deeply";
+    loop.set(0, Value());
 }
 
 } // namespace

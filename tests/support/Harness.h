@@ -24,8 +24,8 @@ inline std::string typedParams(const Parameters& params) {
     std::string out;
     for (const auto& [key, value] : *params) {
         if (!out.empty()) out += ' ';
-        out += key + "=" + writeJSON(value);
-        if (const Number* n = value.numberIf()) {
+        out += std::string(key) + "=" + writeJSON(value);
+        if (std::optional<Number> n = value.numberIf()) {
             static const char* kinds[] = {":i32", ":i64", ":u64", ":f32", ":f64"};
             out += kinds[static_cast<int>(n->kind())];
         }
