@@ -23,11 +23,11 @@
 #include <string>
 
 #include "RatioReporter.h"
-#include "catalogue/NumberInfo.h"
-#include "catalogue/ProductInfo.h"
-#include "foundation/DataPage.h"
-#include "foundation/JSON.h"
-#include "foundation/ListConversion.h"
+#include "veltrane/catalogue/NumberInfo.h"
+#include "veltrane/catalogue/ProductInfo.h"
+#include "veltrane/foundation/DataPage.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/ListConversion.h"
 
 namespace {
 std::atomic<size_t> allocations{0};

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "RatioReporter.h"
-#include "platform/HTTPTransport.h"
+#include "veltrane/platform/HTTPTransport.h"
 
 namespace {
 

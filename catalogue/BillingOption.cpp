@@ -1,8 +1,8 @@
 // BillingOption's listing.
-#include "catalogue/BillingOption.h"
+#include "veltrane/catalogue/BillingOption.h"
 
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Callbacks.h"
-#include "foundation/RawRecord.h"
+#include "veltrane/foundation/Callbacks.h"
+#include "veltrane/foundation/RawRecord.h"
 
 namespace veltrane {
 

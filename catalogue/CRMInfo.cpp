@@ -1,8 +1,8 @@
 // CRMInfo's lookup.
-#include "catalogue/CRMInfo.h"
+#include "veltrane/catalogue/CRMInfo.h"
 
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "foundation/Callbacks.h"
-#include "foundation/RawRecord.h"
+#include "veltrane/foundation/Callbacks.h"
+#include "veltrane/foundation/RawRecord.h"
 
 namespace veltrane {
 

@@ -1,8 +1,8 @@
 // Compound's server calls.
-#include "catalogue/Compound.h"
+#include "veltrane/catalogue/Compound.h"
 
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

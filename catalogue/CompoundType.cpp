@@ -1,8 +1,8 @@
 // CompoundType's listing.
-#include "catalogue/CompoundType.h"
+#include "veltrane/catalogue/CompoundType.h"
 
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

@@ -1,10 +1,10 @@
 // NumberInfo, its server calls and the phone-number text operations.
-#include "catalogue/NumberInfo.h"
+#include "veltrane/catalogue/NumberInfo.h"
 
-#include "foundation/Boxing.h"
-#include "foundation/RequestPattern.h"
-#include "platform/Encodings.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/platform/Encodings.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

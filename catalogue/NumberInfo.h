@@ -7,9 +7,9 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Callbacks.h"
-#include "foundation/DataPage.h"
-#include "foundation/Value.h"
+#include "veltrane/foundation/Callbacks.h"
+#include "veltrane/foundation/DataPage.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

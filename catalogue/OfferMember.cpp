@@ -1,8 +1,8 @@
 // OfferMember: paired writes, one-sided equality, its listing and loader.
-#include "catalogue/OfferMember.h"
+#include "veltrane/catalogue/OfferMember.h"
 
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

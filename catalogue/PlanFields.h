@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "foundation/RawRecord.h"
+#include "veltrane/foundation/RawRecord.h"
 
 namespace veltrane {
 

@@ -1,8 +1,8 @@
 // PlanInfo's listing.
-#include "catalogue/PlanInfo.h"
+#include "veltrane/catalogue/PlanInfo.h"
 
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include "catalogue/PlanFields.h"
-#include "foundation/Callbacks.h"
+#include "veltrane/catalogue/PlanFields.h"
+#include "veltrane/foundation/Callbacks.h"
 
 namespace veltrane {
 

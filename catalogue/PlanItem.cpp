@@ -1,8 +1,8 @@
 // PlanItem's listing and description.
-#include "catalogue/PlanItem.h"
+#include "veltrane/catalogue/PlanItem.h"
 
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "catalogue/PlanFields.h"
-#include "foundation/Callbacks.h"
+#include "veltrane/catalogue/PlanFields.h"
+#include "veltrane/foundation/Callbacks.h"
 
 namespace veltrane {
 

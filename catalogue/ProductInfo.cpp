@@ -1,10 +1,10 @@
 // ProductInfo and its server calls.
-#include "catalogue/ProductInfo.h"
+#include "veltrane/catalogue/ProductInfo.h"
 
-#include "foundation/Boxing.h"
-#include "foundation/RequestPattern.h"
-#include "platform/Encodings.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/platform/Encodings.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "foundation/Callbacks.h"
-#include "foundation/DataPage.h"
-#include "foundation/Value.h"
+#include "veltrane/foundation/Callbacks.h"
+#include "veltrane/foundation/DataPage.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

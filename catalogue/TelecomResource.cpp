@@ -1,9 +1,9 @@
 // TelecomResource and its listing.
-#include "catalogue/TelecomResource.h"
+#include "veltrane/catalogue/TelecomResource.h"
 
-#include "foundation/Boxing.h"
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "foundation/Callbacks.h"
-#include "foundation/Value.h"
+#include "veltrane/foundation/Callbacks.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

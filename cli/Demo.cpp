@@ -3,19 +3,33 @@
 
 #include <iostream>
 
-#include "foundation/Await.h"
-#include "foundation/JSON.h"
-#include "foundation/Tag.h"
-#include "platform/Server.h"
 #include "sandbox/Sandbox.h"
+#include "veltrane/foundation/Await.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Server.h"
+#include "veltrane/foundation/Tag.h"
+#include "veltrane/platform/HTTPTransport.h"
 
 namespace veltrane::cli {
 
+void Transcript::begin(int number, const std::string& title) {
+    step_ = "step " + std::to_string(number) + " (" + title + ")";
+    out_ << number << ". " << title << '\n';
+}
+
 void Transcript::line(const std::string& text) { out_ << "   " << text << '\n'; }
 
-void Transcript::failed(const std::string& what, const std::optional<std::string>& message) {
-    ok_ = false;
-    out_ << "   FAILED: " << what << ": " << message.value_or("(no message)") << '\n';
+void Transcript::failed(const std::string& api, const std::optional<std::string>& message) {
+    // Transport failures name the API already.
+    std::string text = message.value_or("(no message)");
+    if (text.rfind(api + ": ", 0) != 0) text = api + ": " + text;
+    out_ << "   FAILED: " << text << '\n';
+    failures_.push_back(step_ + ": " + text);
+}
+
+bool Transcript::needs(bool present, const std::string& what) {
+    if (!present) out_ << "   skipped: needs " << what << '\n';
+    return present;
 }
 
 std::vector<Step> demoSteps() {
@@ -26,7 +40,7 @@ std::vector<Step> demoSteps() {
          }},
         {"Order tags", [](Sale&, Transcript& t) {
              auto tags = await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); });
-             if (!tags.success) return t.failed("getLabel", tags.message);
+             if (!received(t, "getLabel", tags)) return;
              for (const Tag& tag : *tags.result) t.line(describeOrNull(tag.title()) + " — " + describeOrNull(tag.content()));
          }},
     };
@@ -42,6 +56,10 @@ int runDemo(const std::string& server, std::ostream& out) {
         embedded->start();
         address = embedded->address();
     }
+    HTTPTransportOptions options;
+    options.connectTimeout = std::chrono::seconds(5);
+    options.timeout = std::chrono::seconds(15);
+    HTTPTransport::install(options);
     Server::setAddress(address);
     out << "Veltrane demo: a counter sale against " << address << (embedded ? " (embedded sandbox)" : "") << "\n\n";
 
@@ -49,11 +67,17 @@ int runDemo(const std::string& server, std::ostream& out) {
     Sale sale;
     int number = 0;
     for (const Step& step : demoSteps()) {
-        out << ++number << ". " << step.title << '\n';
+        transcript.begin(++number, step.title);
         step.run(sale, transcript);
     }
-    out << '\n' << (transcript.ok() ? "Sale walked through: every step succeeded." : "Some steps failed.") << '\n';
+    if (transcript.ok()) {
+        out << "\nSale walked through: every step succeeded.\n";
+    } else {
+        out << "\nThe sale stopped short:\n";
+        for (const std::string& failure : transcript.failures()) out << "  " << failure << '\n';
+    }
     Server::setTransport(nullptr);
+    Account::signOut();
     return transcript.ok() ? 0 : 1;
 }
 

@@ -1,5 +1,8 @@
 // The demo: a counter sale walked through the library's class operations,
 // step by step, with a short transcript of each step and what came back.
+// A step that fails says so (the step, the API name, the server's message)
+// and the run ends with a non-zero status; steps that need what a failed step
+// would have given are skipped, the others go on.
 #pragma once
 
 #include <functional>
@@ -8,10 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "catalogue/NumberInfo.h"
-#include "catalogue/PlanInfo.h"
-#include "catalogue/PlanItem.h"
-#include "catalogue/ProductInfo.h"
+#include "veltrane/catalogue/NumberInfo.h"
+#include "veltrane/catalogue/PlanInfo.h"
+#include "veltrane/catalogue/PlanItem.h"
+#include "veltrane/catalogue/ProductInfo.h"
+#include "veltrane/foundation/Await.h"
 
 namespace veltrane::cli {
 
@@ -26,15 +30,30 @@ struct Sale {
 class Transcript {
 public:
     explicit Transcript(std::ostream& out) : out_(out) {}
-    void line(const std::string& text);  // one indented line of what came back
-    // Reports a failed step and marks the run as failed.
-    void failed(const std::string& what, const std::optional<std::string>& message);
-    bool ok() const { return ok_; }
+    void begin(int number, const std::string& title);  // a step's heading
+    void line(const std::string& text);                // one indented line of what came back
+    // Reports a failed call of the current step and marks the run as failed.
+    void failed(const std::string& api, const std::optional<std::string>& message);
+    // Whether what a step needs is there; when not, says the step is skipped.
+    bool needs(bool present, const std::string& what);
+    bool ok() const { return failures_.empty(); }
+    // One line per failed call: "step 3 (Lock the chosen number): postLockPhone: ...".
+    const std::vector<std::string>& failures() const { return failures_; }
 
 private:
     std::ostream& out_;
-    bool ok_ = true;
+    std::string step_;
+    std::vector<std::string> failures_;
 };
+
+// Whether a call of api gave a result; when not, reports it failed (a success
+// without data counts as a failure here: every step needs its data).
+template <class T>
+bool received(Transcript& t, const std::string& api, const Outcome<T>& outcome) {
+    if (outcome.success && outcome.result) return true;
+    t.failed(api, outcome.success ? std::optional<std::string>("a success with no data") : outcome.message);
+    return false;
+}
 
 struct Step {
     std::string title;
@@ -45,8 +64,9 @@ struct Step {
 std::vector<Step> demoSteps();
 std::vector<Step> catalogueSteps();
 
-// Runs every step against server (the embedded sandbox when empty).
-// Returns the process's exit status: 0 when every step succeeded.
+// Runs every step against server (the embedded sandbox when empty), through
+// the HTTP transport. Returns the process's exit status: 0 when every step
+// succeeded, 1 otherwise.
 int runDemo(const std::string& server, std::ostream& out);
 
 } // namespace veltrane::cli

@@ -1,70 +1,79 @@
-// veltrane: the library's command line.
-//
-//   veltrane sandbox [--port N] [--data DIR]       serve the sandbox dealer server
-//   veltrane call API_NAME [--post] [key=value ...] [--server URL]
-//                                                  send one request through Server
-//   veltrane demo [--server URL]                   walk a counter sale through the library
-#include <csignal>
-#include <iostream>
+// veltrane: the library's command line. `veltrane --help` and
+// `veltrane <command> --help` tell all; usage errors end with status 2,
+// failures of what was asked with status 1.
+#include <CLI/CLI.hpp>
 #include <pthread.h>
+
+#include <csignal>
+#include <fstream>
+#include <iostream>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "foundation/Await.h"
 #include "cli/Demo.h"
-#include "foundation/Boxing.h"
-#include "foundation/JSON.h"
-#include "platform/Server.h"
+#include "sandbox/Routes.h"
 #include "sandbox/Sandbox.h"
+#include "veltrane/Version.h"
+#include "veltrane/foundation/Await.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Server.h"
+#include "veltrane/platform/HTTPTransport.h"
 
 using namespace veltrane;
 
 namespace {
 
-const char* kUsage = R"(usage:
-  veltrane sandbox [--port N] [--data DIR]
-      Serve the sandbox dealer server on 127.0.0.1 (port 8080 by default) until stopped.
-      DIR keeps uploads; DIR/seed.json, when present, replaces the built-in data.
-  veltrane call API_NAME [--post] [key=value ...] [--server URL]
-      Send one request through the gateway (GET unless --post) to URL
-      (http://127.0.0.1:8080 by default) and print {"success", "message", "data"}.
-  veltrane demo [--server URL]
-      Walk a counter sale through the library against URL, or against a sandbox
-      started in-process on a free port.
-)";
+constexpr int kUsage = 2;
 
-int usage() {
-    std::cerr << kUsage;
-    return 2;
-}
+const char* kSandboxFooter = R"(
+The sandbox answers every API name on <address>/index.php/api/<name>, the
+signature upload on /index.php/api/common/upload and a manifest on
+/manifest.plist, and logs one line per request. Control routes:
+  POST /sandbox/fault          api=<name> kind=failure|malformed|delay|drop
+                               times=<n>|all [message=<text>] [delay=<ms>]
+  GET  /sandbox/faults         the faults set
+  POST /sandbox/clear-faults   clears them
+  POST /sandbox/push           userID=<n> Type=<text> Content=<text>
+e.g. curl -d 'api=getLabel&kind=malformed&times=1' http://127.0.0.1:8080/sandbox/fault)";
 
-// Reads "--name value" from args at i; false when the value is missing.
-bool option(const std::vector<std::string>& args, size_t& i, const char* name, std::string& value) {
-    if (args[i] != name) return false;
-    if (i + 1 >= args.size()) throw std::invalid_argument(std::string(name) + " needs a value");
-    value = args[++i];
-    return true;
-}
-
-int sandboxCommand(const std::vector<std::string>& args) {
-    sandbox::Options options;
-    options.logRequests = true;
-    std::string value;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (option(args, i, "--port", value)) options.port = std::stoi(value);
-        else if (option(args, i, "--data", value)) options.dataDirectory = value;
-        else return usage();
-    }
-    if (options.port == 0) options.port = 8080;
-
-    // Stop cleanly on Ctrl-C or SIGTERM: the signals wait for one thread.
+// Blocks SIGINT and SIGTERM on this thread (and the threads it starts after),
+// so that they can be waited for.
+sigset_t blockStopSignals() {
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    return stopSignals;
+}
 
+struct SandboxArguments {
+    int port = 8080;
+    std::string data;
+    std::string dumpSeed;
+};
+
+int sandboxCommand(const SandboxArguments& a) {
+    if (!a.dumpSeed.empty()) {
+        if (a.dumpSeed == "-") {
+            std::cout << sandbox::Sandbox::builtInSeed() << '\n';
+            return 0;
+        }
+        std::ofstream out(a.dumpSeed, std::ios::binary);
+        if (!(out << sandbox::Sandbox::builtInSeed() << '\n')) {
+            std::cerr << "veltrane sandbox: cannot write " << a.dumpSeed << '\n';
+            return 1;
+        }
+        std::cout << "wrote the built-in seed to " << a.dumpSeed << '\n';
+        return 0;
+    }
+    sigset_t stopSignals = blockStopSignals();
+
+    sandbox::Options options;
+    options.port = a.port;
+    options.logRequests = true;
+    if (!a.data.empty()) options.dataDirectory = a.data;
     sandbox::Sandbox server(options);
     server.start();
     std::cout << "Sandbox dealer server on " << server.address() << " (Ctrl-C stops it)" << std::endl;
@@ -75,52 +84,123 @@ int sandboxCommand(const std::vector<std::string>& args) {
     return 0;
 }
 
-int callCommand(const std::vector<std::string>& args) {
-    if (args.empty()) return usage();
-    std::string api = args[0], server = "http://127.0.0.1:8080", value;
-    bool post = false;
-    Dictionary params;
-    for (size_t i = 1; i < args.size(); ++i) {
-        if (args[i] == "--post") post = true;
-        else if (option(args, i, "--server", value)) server = value;
-        else if (size_t eq = args[i].find('='); eq != std::string::npos) params.set(args[i].substr(0, eq), args[i].substr(eq + 1));
-        else return usage();
+const sandbox::Route* findRoute(const std::string& api) {
+    for (const sandbox::Route& r : sandbox::routes())
+        if (r.api == api) return &r;
+    return nullptr;
+}
+
+void listAPIs() {
+    static const char* kinds[] = {"integer", "number", "text", "JSON"};
+    for (const sandbox::Route& r : sandbox::routes()) {
+        for (const auto& shape : r.shapes) {
+            std::string params;
+            for (const sandbox::Param& p : shape)
+                params += std::string(params.empty() ? "" : " ") + (p.required ? "" : "[") + p.name + "=" + kinds[static_cast<int>(p.kind)] +
+                          (p.required ? "" : "]");
+            std::cout << r.method << (std::string(r.method) == "GET" ? "  " : " ") << r.api << "  " << (params.empty() ? "(no parameters)" : params)
+                      << '\n';
+        }
     }
-    Server::setAddress(server);
+}
+
+struct CallArguments {
+    std::string api;
+    std::vector<std::string> params;
+    std::string server = "http://127.0.0.1:8080";
+    bool list = false;
+};
+
+int callCommand(const CallArguments& a) {
+    if (a.list) {
+        listAPIs();
+        return 0;
+    }
+    if (a.api.empty()) {
+        std::cerr << "veltrane call: an API name is needed (veltrane call --list shows them)\n";
+        return kUsage;
+    }
+    const sandbox::Route* route = findRoute(a.api);
+    if (!route) {
+        std::cerr << "veltrane call: unknown API name \"" << sandbox::escapedForLog(a.api) << "\" (veltrane call --list shows the known ones)\n";
+        return kUsage;
+    }
+    Dictionary params;
+    for (const std::string& p : a.params) {
+        size_t eq = p.find('=');
+        if (eq == std::string::npos || eq == 0) {
+            std::cerr << "veltrane call: parameter \"" << sandbox::escapedForLog(p) << "\" is not key=value\n";
+            return kUsage;
+        }
+        params.set(p.substr(0, eq), p.substr(eq + 1));
+    }
+    HTTPTransport::install();
+    Server::setAddress(a.server);
     auto outcome = await<Value>([&](GatewayCallback done) {
-        if (post) Server::httpPost(api, params, done);
-        else Server::httpGet(api, params, done);
+        if (std::string(route->method) == "POST") Server::httpPost(a.api, params, done);
+        else Server::httpGet(a.api, params, done);
     });
+    Server::setTransport(nullptr);
     Dictionary printed;
     printed.set("success", outcome.success);
     printed.set("message", NSGuardNil(outcome.message));
     printed.set("data", NSGuardNil(outcome.result));
     std::cout << writeJSON(printed) << std::endl;
-    Server::setTransport(nullptr);
     return outcome.success ? 0 : 1;
-}
-
-int demoCommand(const std::vector<std::string>& args) {
-    std::string server;
-    for (size_t i = 0; i < args.size(); ++i)
-        if (!option(args, i, "--server", server)) return usage();
-    return cli::runDemo(server, std::cout);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.empty()) return usage();
-    std::string command = args.front();
-    args.erase(args.begin());
+    CLI::App app{"veltrane: the command line of the Veltrane library — a sandbox dealer server, one request through the gateway, and a "
+                 "counter sale walked through the library"};
+    app.set_version_flag("--version", std::string("veltrane ") + VELTRANE_VERSION_STRING);
+    app.require_subcommand(1, 1);
+
+    SandboxArguments sandboxArgs;
+    CLI::App* sandboxApp = app.add_subcommand("sandbox", "Serve the sandbox dealer server on 127.0.0.1 until Ctrl-C");
+    sandboxApp->add_option("--port", sandboxArgs.port, "Port to listen on; 0 picks a free one")->check(CLI::Range(0, 65535))->capture_default_str();
+    sandboxApp->add_option("--data", sandboxArgs.data, "Folder that keeps uploads; DIR/seed.json, when present, replaces the built-in data")
+        ->type_name("DIR");
+    sandboxApp->add_option("--dump-seed", sandboxArgs.dumpSeed, "Write the built-in seed (the shape of seed.json) to FILE, or - for standard output, and exit")
+        ->type_name("FILE");
+    sandboxApp->footer(kSandboxFooter);
+
+    CallArguments callArgs;
+    CLI::App* callApp = app.add_subcommand("call", "Send one request through the gateway and print {\"success\", \"message\", \"data\"}");
+    callApp->add_option("api", callArgs.api, "API name; the method is the API's own");
+    callApp->add_option("params", callArgs.params, "Parameters as key=value")->type_name("KEY=VALUE");
+    callApp->add_option("--server", callArgs.server, "The dealer server's base address")->capture_default_str();
+    callApp->add_flag("--list", callArgs.list, "List the API names with their methods and parameters");
+    callApp->footer("Exits 0 when the server accepted the request, 1 when it did not, 2 for a usage error.");
+
+    std::string demoServer;
+    CLI::App* demoApp = app.add_subcommand("demo", "Walk a counter sale through the library, against a server or a sandbox started in-process");
+    demoApp->add_option("--server", demoServer, "The dealer server's base address (default: an embedded sandbox)");
+
+    auto known = [&](const std::string& name) {
+        std::vector<CLI::App*> all = app.get_subcommands([](CLI::App*) { return true; });
+        return std::any_of(all.begin(), all.end(), [&](CLI::App* sub) { return sub->get_name() == name; });
+    };
+    if (argc > 1 && argv[1][0] != '-' && !known(argv[1])) {
+        std::cerr << "veltrane: unknown command \"" << sandbox::escapedForLog(argv[1]) << "\" (veltrane --help lists them)\n";
+        return kUsage;
+    }
     try {
-        if (command == "sandbox") return sandboxCommand(args);
-        if (command == "call") return callCommand(args);
-        if (command == "demo") return demoCommand(args);
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : kUsage;
+    }
+    try {
+        if (sandboxApp->parsed()) return sandboxCommand(sandboxArgs);
+        if (callApp->parsed()) return callCommand(callArgs);
+        if (demoApp->parsed()) return cli::runDemo(demoServer, std::cout);
+    } catch (const std::invalid_argument& e) {
+        std::cerr << "veltrane: " << e.what() << '\n';
+        return kUsage;
     } catch (const std::exception& e) {
-        std::cerr << "veltrane " << command << ": " << e.what() << '\n';
+        std::cerr << "veltrane: " << e.what() << '\n';
         return 1;
     }
-    return usage();
+    return kUsage;
 }

@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "foundation/Callbacks.h"
+#include "veltrane/foundation/Callbacks.h"
 
 namespace veltrane {
 

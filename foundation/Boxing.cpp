@@ -1,5 +1,5 @@
 // The boxing helpers.
-#include "foundation/Boxing.h"
+#include "veltrane/foundation/Boxing.h"
 
 namespace veltrane {
 

@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

@@ -1,5 +1,5 @@
 // JSON reading with simdjson's DOM parser, and the compact writer.
-#include "foundation/JSON.h"
+#include "veltrane/foundation/JSON.h"
 
 #include <simdjson.h>
 
@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "foundation/ValueNodes.h"
+#include "veltrane/foundation/ValueNodes.h"
 
 namespace veltrane {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

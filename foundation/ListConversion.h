@@ -7,8 +7,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "foundation/Log.h"
-#include "foundation/Value.h"
+#include "veltrane/foundation/Log.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

@@ -1,5 +1,5 @@
 // The log sink, guarded so that entries from several threads stay whole.
-#include "foundation/Log.h"
+#include "veltrane/foundation/Log.h"
 
 #include <cstdio>
 #include <mutex>

@@ -1,5 +1,5 @@
 // Numeric readings of Number and of text, by the conversion rules of Number.h.
-#include "foundation/Number.h"
+#include "veltrane/foundation/Number.h"
 
 #include <array>
 #include <charconv>

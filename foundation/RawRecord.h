@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Boxing.h"
-#include "foundation/Value.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

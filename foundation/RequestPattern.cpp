@@ -1,6 +1,6 @@
 // Sending a request with its reply handler, and the handlers that need no
 // record type.
-#include "foundation/RequestPattern.h"
+#include "veltrane/foundation/RequestPattern.h"
 
 namespace veltrane::reply {
 

@@ -22,13 +22,13 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/Callbacks.h"
-#include "foundation/DataPage.h"
-#include "foundation/ListConversion.h"
-#include "foundation/Log.h"
-#include "foundation/JSON.h"
-#include "foundation/Value.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/Callbacks.h"
+#include "veltrane/foundation/DataPage.h"
+#include "veltrane/foundation/ListConversion.h"
+#include "veltrane/foundation/Log.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Value.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane::reply {
 

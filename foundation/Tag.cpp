@@ -1,9 +1,9 @@
 // Tag and its listing.
-#include "foundation/Tag.h"
+#include "veltrane/foundation/Tag.h"
 
-#include "foundation/Boxing.h"
-#include "foundation/RequestPattern.h"
-#include "platform/Server.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

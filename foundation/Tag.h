@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "foundation/Callbacks.h"
-#include "foundation/Value.h"
+#include "veltrane/foundation/Callbacks.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

@@ -1,5 +1,5 @@
 // Values, containers, their storage and counting, readings and equality.
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 #include <algorithm>
 #include <cctype>
@@ -7,7 +7,7 @@
 #include <limits>
 #include <new>
 
-#include "foundation/ValueNodes.h"
+#include "veltrane/foundation/ValueNodes.h"
 
 namespace veltrane {
 

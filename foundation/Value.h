@@ -39,7 +39,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/Number.h"
+#include "veltrane/foundation/Number.h"
 
 namespace veltrane {
 

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane::detail {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Encodings.h"
+#include "veltrane/platform/Encodings.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace veltrane;

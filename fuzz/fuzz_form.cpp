@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Encodings.h"
-#include "platform/HTTPTransport.h"
+#include "veltrane/platform/Encodings.h"
+#include "veltrane/platform/HTTPTransport.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace veltrane;

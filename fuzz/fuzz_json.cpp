@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "foundation/JSON.h"
+#include "veltrane/foundation/JSON.h"
 
 namespace {
 

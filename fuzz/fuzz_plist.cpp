@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/JSON.h"
-#include "platform/PropertyList.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/platform/PropertyList.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace veltrane;

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Veltrane.h"
+#include "veltrane/Veltrane.h"
 
 namespace {
 

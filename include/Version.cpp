@@ -1,5 +1,5 @@
 // The library's exported version symbols.
-#include "Version.h"
+#include "veltrane/Version.h"
 
 namespace veltrane {
 

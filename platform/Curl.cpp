@@ -1,5 +1,5 @@
 // libcurl set-up shared by the transports.
-#include "platform/Curl.h"
+#include "veltrane/platform/Curl.h"
 
 #include <mutex>
 #include <stdexcept>

@@ -1,12 +1,12 @@
 // The main queue and the background pool.
-#include "platform/Dispatch.h"
+#include "veltrane/platform/Dispatch.h"
 
 #include <algorithm>
 #include <deque>
 #include <exception>
 #include <thread>
 
-#include "foundation/Log.h"
+#include "veltrane/foundation/Log.h"
 
 namespace veltrane {
 

@@ -1,5 +1,5 @@
 // Percent-encoding, base64 and UTF-16 measurement of UTF-8 text.
-#include "platform/Encodings.h"
+#include "veltrane/platform/Encodings.h"
 
 #include <algorithm>
 #include <array>

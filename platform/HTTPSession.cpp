@@ -1,14 +1,14 @@
 // Multipart requests and the one-off HTTP session, over libcurl.
-#include "platform/HTTPSession.h"
+#include "veltrane/platform/HTTPSession.h"
 
 #include <array>
 #include <cctype>
 #include <exception>
 
-#include "foundation/JSON.h"
-#include "foundation/Log.h"
-#include "platform/Curl.h"
-#include "platform/Dispatch.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Log.h"
+#include "veltrane/platform/Curl.h"
+#include "veltrane/platform/Dispatch.h"
 
 namespace veltrane {
 

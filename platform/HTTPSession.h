@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

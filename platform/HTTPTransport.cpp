@@ -1,5 +1,5 @@
 // The libcurl transport: one multi handle driven by one thread.
-#include "platform/HTTPTransport.h"
+#include "veltrane/platform/HTTPTransport.h"
 
 #include <algorithm>
 #include <atomic>
@@ -11,10 +11,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "foundation/JSON.h"
-#include "foundation/Log.h"
-#include "platform/Curl.h"
-#include "platform/Encodings.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Log.h"
+#include "veltrane/platform/Curl.h"
+#include "veltrane/platform/Encodings.h"
 
 namespace veltrane {
 
@@ -374,6 +374,10 @@ void HTTPTransport::send(HTTPMethod method, const std::string& api, Parameters p
     engine_->enqueue(std::move(t));
 }
 
-std::shared_ptr<Transport> makeDefaultHTTPTransport() { return std::make_shared<HTTPTransport>(); }
+std::shared_ptr<HTTPTransport> HTTPTransport::install(HTTPTransportOptions options) {
+    auto transport = std::make_shared<HTTPTransport>(std::move(options));
+    Server::setTransport(transport);
+    return transport;
+}
 
 } // namespace veltrane

@@ -25,7 +25,7 @@
 #include <string_view>
 #include <thread>
 
-#include "platform/Server.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 
@@ -84,6 +84,10 @@ public:
     HTTPTransport& operator=(const HTTPTransport&) = delete;
 
     void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) override;
+
+    // Makes a transport with these options the gateway's (Server::setTransport)
+    // and returns it.
+    static std::shared_ptr<HTTPTransport> install(HTTPTransportOptions options = {});
 
     // What the transport holds now: requests waiting for a connection,
     // requests under way, and curl handles kept idle.

@@ -1,5 +1,5 @@
 // The scripted in-memory transport.
-#include "platform/MemoryTransport.h"
+#include "veltrane/platform/MemoryTransport.h"
 
 #include <algorithm>
 #include <stdexcept>

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Server.h"
+#include "veltrane/foundation/Server.h"
 
 namespace veltrane {
 

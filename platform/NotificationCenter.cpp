@@ -1,10 +1,10 @@
 // The notification centre.
-#include "platform/NotificationCenter.h"
+#include "veltrane/platform/NotificationCenter.h"
 
 #include <algorithm>
 #include <exception>
 
-#include "foundation/Log.h"
+#include "veltrane/foundation/Log.h"
 
 namespace veltrane {
 

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 

@@ -1,5 +1,5 @@
 // Property lists through libplist.
-#include "platform/PropertyList.h"
+#include "veltrane/platform/PropertyList.h"
 
 #include <plist/plist.h>
 
@@ -10,9 +10,9 @@
 #include <limits>
 #include <memory>
 
-#include "foundation/Log.h"
-#include "platform/HTTPSession.h"
-#include "platform/Encodings.h"
+#include "veltrane/foundation/Log.h"
+#include "veltrane/platform/HTTPSession.h"
+#include "veltrane/platform/Encodings.h"
 
 namespace veltrane {
 

@@ -1,5 +1,5 @@
 // The SQLite-backed settings store.
-#include "platform/UserDefaults.h"
+#include "veltrane/platform/UserDefaults.h"
 
 #include <sqlite3.h>
 
@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "foundation/JSON.h"
-#include "foundation/Log.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Log.h"
 
 namespace veltrane {
 

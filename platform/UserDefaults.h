@@ -23,7 +23,7 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 struct sqlite3;
 

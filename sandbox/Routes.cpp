@@ -5,8 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "foundation/JSON.h"
-#include "platform/Encodings.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/platform/Encodings.h"
 
 namespace veltrane::sandbox {
 

@@ -1,8 +1,10 @@
-// The sandbox server: routing, parameter checks, faults, uploads, manifest.
+// The sandbox server: routing, parameter checks, faults, uploads, manifest,
+// limits and the request log.
 #include "sandbox/Sandbox.h"
 
 #include <httplib.h>
 #include <plist/plist.h>
+#include <sys/socket.h>
 
 #include <chrono>
 #include <fstream>
@@ -11,20 +13,26 @@
 #include <stdexcept>
 #include <thread>
 
-#include "foundation/JSON.h"
-#include "foundation/Log.h"
 #include "sandbox/Routes.h"
 #include "sandbox/Seed.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Log.h"
+#include "veltrane/platform/Encodings.h"
 
 namespace veltrane::sandbox {
 
 namespace {
+
+constexpr size_t kMaxBodyBytes = 8u << 20;
+constexpr int kWorkers = 32;
 
 std::string envelope(const Answer& a) {
     Dictionary reply{{"status", a.ok ? 1 : 0}, {"info", a.info}};
     if (a.data) reply.set("data", *a.data);
     return writeJSON(reply);
 }
+
+void answer(httplib::Response& res, const Answer& a) { res.set_content(envelope(a), "application/json; charset=utf-8"); }
 
 std::string manifestPlist(const std::string& version, const std::optional<std::string>& note) {
     plist_t root = plist_new_dict();
@@ -54,7 +62,61 @@ std::string manifestPlist(const std::string& version, const std::optional<std::s
     return text;
 }
 
+// The fields of a form body ("a=1&b=x+y"), decoded.
+std::map<std::string, std::string> formFields(std::string_view body) {
+    std::map<std::string, std::string> fields;
+    for (size_t start = 0; start < body.size();) {
+        size_t end = std::min(body.find('&', start), body.size());
+        std::string_view pair = body.substr(start, end - start);
+        size_t eq = pair.find('=');
+        if (!pair.empty()) fields[percentDecode(pair.substr(0, eq), true)] = eq == std::string_view::npos ? "" : percentDecode(pair.substr(eq + 1), true);
+        start = end + 1;
+    }
+    return fields;
+}
+
+const std::map<std::string, Fault::Kind> kFaultKinds{
+    {"failure", Fault::Kind::failure}, {"malformed", Fault::Kind::malformed}, {"delay", Fault::Kind::delay}, {"drop", Fault::Kind::drop}};
+
+const char* kindName(Fault::Kind kind) {
+    for (const auto& [name, k] : kFaultKinds)
+        if (k == kind) return name.c_str();
+    return "?";
+}
+
+bool isCount(const std::string& text, int& value) {
+    if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos) return false;
+    value = std::stoi(text);
+    return true;
+}
+
+// When the request being served on this thread started, and the fault it met.
+thread_local std::chrono::steady_clock::time_point requestStart;
+thread_local std::string requestFault;
+
 } // namespace
+
+std::string escapedForLog(std::string_view text) {
+    static const char* hex = "0123456789abcdef";
+    std::string out;
+    for (unsigned char c : text) {
+        if (c == '\n') out += "\\n";
+        else if (c == '\r') out += "\\r";
+        else if (c == '\t') out += "\\t";
+        else if (c == '\\') out += "\\\\";
+        else if (c < 0x20 || c >= 0x7F) out += std::string("\\x") + hex[c >> 4] + hex[c & 15];
+        else out += static_cast<char>(c);
+    }
+    return out;
+}
+
+std::optional<std::string> uploadFileName(std::string_view SN, std::string_view ID) {
+    auto snChar = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_'; };
+    if (SN.empty() || SN.size() > 64 || !std::all_of(SN.begin(), SN.end(), snChar)) return std::nullopt;
+    std::string_view digits = !ID.empty() && ID.front() == '-' ? ID.substr(1) : ID;
+    if (digits.empty() || digits.size() > 19 || digits.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
+    return std::string(SN) + "-" + std::string(ID) + ".pdf";
+}
 
 struct Sandbox::Impl {
     Options options;
@@ -66,25 +128,35 @@ struct Sandbox::Impl {
     State state;
     std::map<std::string, Fault> faults;
     Array uploads;
-    std::string manifestVersion = "1.1";
+    std::string manifestVersion;
     std::optional<std::string> manifestNote;
+    std::vector<std::string> requested;
 
     explicit Impl(Options o) : options(std::move(o)) {
         std::string seed = seedText();
         if (options.dataDirectory) {
-            std::ifstream custom(*options.dataDirectory / "seed.json");
-            if (custom) seed.assign(std::istreambuf_iterator<char>(custom), {});
+            const std::filesystem::path& dir = *options.dataDirectory;
+            std::error_code error;
+            if (!std::filesystem::exists(dir, error)) throw std::invalid_argument("--data: no such folder: " + dir.string());
+            if (!std::filesystem::is_directory(dir, error)) throw std::invalid_argument("--data: not a folder: " + dir.string());
+            if (std::ifstream custom(dir / "seed.json"); custom) seed.assign(std::istreambuf_iterator<char>(custom), {});
         }
-        state.seed = loadSeed(seed);
+        try {
+            state.seed = loadSeed(seed);
+        } catch (const std::invalid_argument& e) {
+            throw std::invalid_argument((options.dataDirectory ? (*options.dataDirectory / "seed.json").string() : "the built-in seed") + ": " +
+                                        e.what());
+        }
         Dictionary manifest = state.seed.optDictionary("manifest");
-        manifestVersion = manifest.optString("version").value_or("1.0");
-        manifestNote = manifest.optString("note");
+        manifestVersion = options.manifestVersion.value_or(manifest.optString("version").value_or("1.0"));
+        manifestNote = options.manifestVersion ? options.manifestNote : manifest.optString("note");
         configure();
     }
 
     // The fault to apply to this request of api, if any (counting it down).
     std::optional<Fault> takeFault(const std::string& api) {
         std::lock_guard lock(mutex);
+        requested.push_back(api);
         auto it = faults.find(api);
         if (it == faults.end()) return std::nullopt;
         Fault f = it->second;
@@ -92,13 +164,11 @@ struct Sandbox::Impl {
         return f;
     }
 
-    void serve(const Route& route, const httplib::Request& req, httplib::Response& res) {
-        std::map<std::string, std::string> params;
-        for (const auto& [k, v] : req.params) params[k] = v;
-
+    void serve(const Route& route, const httplib::Request& req, httplib::Response& res, std::map<std::string, std::string> params) {
         if (std::optional<Fault> fault = takeFault(route.api)) {
+            requestFault = kindName(fault->kind);
             switch (fault->kind) {
-            case Fault::Kind::failure: return reply(res, route, req, Answer::failure(fault->message));
+            case Fault::Kind::failure: return answer(res, Answer::failure(fault->message));
             case Fault::Kind::malformed: return res.set_content(R"({"status":1,"info":"ok","data":[{"ID":)", "application/json");
             case Fault::Kind::delay: std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMilliseconds)); break;
             case Fault::Kind::drop:
@@ -106,94 +176,171 @@ struct Sandbox::Impl {
                 return res.set_content_provider(64, "application/json", [](size_t, size_t, httplib::DataSink&) { return false; });
             }
         }
-        Answer answer;
-        if (req.method != route.method) {
-            answer = Answer::failure(std::string("请求方法错误: ") + route.api + " 需要 " + route.method);
-        } else if (std::optional<std::string> problem = checkParameters(route, params)) {
-            answer = Answer::failure(*problem);
-        } else {
-            std::lock_guard lock(mutex);
-            try {
-                answer = route.handler(Call{std::move(params)}, state);
-            } catch (const std::exception& e) {
-                answer = Answer::failure(std::string("服务器内部错误: ") + e.what());
-            }
+        if (req.method != route.method) return answer(res, Answer::failure(std::string("请求方法错误: ") + route.api + " 需要 " + route.method));
+        if (std::optional<std::string> problem = checkParameters(route, params)) return answer(res, Answer::failure(*problem));
+        std::lock_guard lock(mutex);
+        try {
+            answer(res, route.handler(Call{std::move(params)}, state));
+        } catch (const std::exception& e) {
+            answer(res, Answer::failure(std::string("服务器内部错误: ") + e.what()));
         }
-        reply(res, route, req, answer);
     }
 
-    void reply(httplib::Response& res, const Route& route, const httplib::Request& req, const Answer& answer) {
-        res.set_content(envelope(answer), "application/json; charset=utf-8");
-        if (options.logRequests)
-            log("sandbox: " + req.method + " " + route.api + " -> " + (answer.ok ? "ok " : "refused ") + answer.info);
+    // A form body, read here rather than by cpp-httplib (which refuses forms
+    // past 8 KB); nothing when it is too large.
+    static std::optional<std::map<std::string, std::string>> bodyFields(const httplib::Request& req, const httplib::ContentReader& read) {
+        std::string body;
+        bool whole = read([&](const char* data, size_t n) {
+            if (body.size() + n > kMaxBodyBytes) return false;
+            body.append(data, n);
+            return true;
+        });
+        if (!whole) return std::nullopt;
+        std::map<std::string, std::string> fields = formFields(body);
+        for (const auto& [k, v] : req.params) fields.emplace(k, v);  // query parameters too
+        return fields;
     }
 
     void upload(const httplib::Request& req, httplib::Response& res) {
+        requestFault.clear();
         auto field = [&](const char* name) -> std::optional<httplib::MultipartFormData> {
             if (!req.has_file(name)) return std::nullopt;
             return req.get_file_value(name);
         };
         auto pdf = field("pdf"), sn = field("SN"), id = field("ID");
-        Answer answer;
-        if (!req.is_multipart_form_data()) answer = Answer::failure("上传格式错误: 需要 multipart/form-data");
-        else if (!pdf || pdf->filename.empty()) answer = Answer::failure("缺少文件: pdf");
-        else if (!sn) answer = Answer::failure("缺少参数: SN");
-        else if (!id) answer = Answer::failure("缺少参数: ID");
-        else {
-            std::string path = "/uploads/sign/" + sn->content + "-" + pdf->filename;
-            std::lock_guard lock(mutex);
-            uploads.push_back(Dictionary{{"SN", sn->content}, {"ID", id->content}, {"fileName", pdf->filename},
-                                         {"contentType", pdf->content_type}, {"size", static_cast<long>(pdf->content.size())}});
-            if (options.dataDirectory) {
-                std::filesystem::create_directories(*options.dataDirectory / "uploads");
-                std::ofstream(*options.dataDirectory / "uploads" / (sn->content + "-" + pdf->filename), std::ios::binary) << pdf->content;
-            }
-            answer = Answer::success(Dictionary{{"path", path}}, "上传成功");
+        if (!req.is_multipart_form_data()) return answer(res, Answer::failure("上传格式错误: 需要 multipart/form-data"));
+        if (!pdf || pdf->filename.empty()) return answer(res, Answer::failure("缺少文件: pdf"));
+        if (!sn) return answer(res, Answer::failure("缺少参数: SN"));
+        if (!id) return answer(res, Answer::failure("缺少参数: ID"));
+        std::optional<std::string> name = uploadFileName(sn->content, id->content);
+        if (!name) return answer(res, Answer::failure("参数格式错误: SN 应为字母数字, ID 应为整数"));
+        std::lock_guard lock(mutex);
+        if (options.dataDirectory) {
+            std::filesystem::path folder = *options.dataDirectory / "uploads";
+            std::error_code error;
+            std::filesystem::create_directories(folder, error);
+            std::ofstream out(folder / *name, std::ios::binary);
+            if (!(out << pdf->content)) return answer(res, Answer::failure("保存失败: " + *name));
         }
-        res.set_content(envelope(answer), "application/json; charset=utf-8");
+        uploads.push_back(Dictionary{{"SN", sn->content}, {"ID", id->content}, {"fileName", pdf->filename}, {"storedAs", *name},
+                                     {"contentType", pdf->content_type}, {"size", static_cast<long>(pdf->content.size())}});
+        answer(res, Answer::success(Dictionary{{"path", "/uploads/sign/" + *name}}, "上传成功"));
+    }
+
+    void setFaultFromRequest(const std::map<std::string, std::string>& p, httplib::Response& res) {
+        auto get = [&](const char* key) -> std::optional<std::string> {
+            auto it = p.find(key);
+            return it == p.end() ? std::nullopt : std::optional(it->second);
+        };
+        std::optional<std::string> api = get("api"), kind = get("kind"), times = get("times"), delay = get("delay");
+        if (!api) return answer(res, Answer::failure("缺少参数: api"));
+        if (!std::any_of(routes().begin(), routes().end(), [&](const Route& r) { return r.api == *api; }))
+            return answer(res, Answer::failure("未知接口: " + escapedForLog(*api)));
+        if (!kind || !kFaultKinds.count(*kind)) return answer(res, Answer::failure("参数格式错误: kind 应为 failure|malformed|delay|drop"));
+        Fault f;
+        f.kind = kFaultKinds.at(*kind);
+        if (!times) return answer(res, Answer::failure("缺少参数: times (次数或 all)"));
+        if (*times != "all" && (!isCount(*times, f.times) || f.times == 0))
+            return answer(res, Answer::failure("参数格式错误: times 应为正整数或 all"));
+        if (f.kind == Fault::Kind::delay && (!delay || !isCount(*delay, f.delayMilliseconds)))
+            return answer(res, Answer::failure("参数格式错误: delay 应为毫秒数"));
+        if (std::optional<std::string> message = get("message")) f.message = *message;
+        {
+            std::lock_guard lock(mutex);
+            faults[*api] = f;
+        }
+        answer(res, Answer::success(Value(), "fault set"));
+    }
+
+    Array faultList() const {
+        std::lock_guard lock(mutex);
+        Array list;
+        for (const auto& [api, f] : faults) {
+            Dictionary entry{{"api", api}, {"kind", kindName(f.kind)}, {"times", f.times < 0 ? Value("all") : Value(f.times)}};
+            if (f.kind == Fault::Kind::failure) entry.set("message", f.message);
+            if (f.kind == Fault::Kind::delay) entry.set("delay", f.delayMilliseconds);
+            list.push_back(entry);
+        }
+        return list;
+    }
+
+    // Routes whose body is a form: read by hand, then handled.
+    template <class Handle>
+    void postForm(const std::string& path, Handle handle) {
+        server.Post(path, [handle](const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& read) {
+            requestFault.clear();
+            std::optional<std::map<std::string, std::string>> fields = bodyFields(req, read);
+            if (!fields) {
+                res.status = 413;
+                return answer(res, Answer::failure("请求体过大"));
+            }
+            handle(req, res, std::move(*fields));
+        });
     }
 
     void configure() {
         server.set_tcp_nodelay(true);
         server.set_keep_alive_max_count(1000);
+        server.set_keep_alive_timeout(2);
+        server.set_read_timeout(5, 0);
+        server.set_write_timeout(5, 0);
+        server.set_payload_max_length(kMaxBodyBytes);
+        server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
+        // Not SO_REUSEPORT: a second server on the same port is refused.
+        server.set_socket_options([](socket_t sock) {
+            int yes = 1;
+            setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        });
+        server.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
+            requestStart = std::chrono::steady_clock::now();
+            requestFault.clear();
+            // A body declared too large is refused at once, without reading it.
+            const std::string& length = req.get_header_value("Content-Length");
+            bool digits = !length.empty() && length.find_first_not_of("0123456789") == std::string::npos;
+            if (digits && (length.size() > 18 || std::stoull(length) > kMaxBodyBytes)) {
+                res.status = 413;
+                res.set_header("Connection", "close");
+                answer(res, Answer::failure("请求体过大: 最多 " + std::to_string(kMaxBodyBytes) + " 字节"));
+                return httplib::Server::HandlerResponse::Handled;
+            }
+            return httplib::Server::HandlerResponse::Unhandled;
+        });
+        server.set_logger([this](const httplib::Request& req, const httplib::Response& res) {
+            if (!options.logRequests) return;
+            auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - requestStart).count();
+            std::string path = req.path.rfind("/index.php/api/", 0) == 0 ? req.path.substr(15) : req.path;
+            log("sandbox: " + escapedForLog(req.method) + " " + escapedForLog(path) + " " + std::to_string(res.status) + " " +
+                std::to_string(ms) + "ms" + (requestFault.empty() ? "" : " fault=" + requestFault));
+        });
+
         for (const Route& route : routes()) {
             std::string path = "/index.php/api/" + route.api;
-            auto handler = [this, &route](const httplib::Request& req, httplib::Response& res) { serve(route, req, res); };
-            server.Get(path, handler);
-            server.Post(path, handler);
+            server.Get(path, [this, &route](const httplib::Request& req, httplib::Response& res) {
+                serve(route, req, res, {req.params.begin(), req.params.end()});
+            });
+            postForm(path, [this, &route](const httplib::Request& req, httplib::Response& res, std::map<std::string, std::string> fields) {
+                serve(route, req, res, std::move(fields));
+            });
         }
         server.Post("/index.php/api/common/upload", [this](const httplib::Request& req, httplib::Response& res) { upload(req, res); });
         server.Get("/manifest.plist", [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
             res.set_content(manifestPlist(manifestVersion, manifestNote), "application/xml");
         });
-        server.Post("/sandbox/fault", [this](const httplib::Request& req, httplib::Response& res) {
-            static const std::map<std::string, Fault::Kind> kinds{
-                {"failure", Fault::Kind::failure}, {"malformed", Fault::Kind::malformed}, {"delay", Fault::Kind::delay}, {"drop", Fault::Kind::drop}};
-            auto kind = kinds.find(req.get_param_value("kind"));
-            if (!req.has_param("api") || kind == kinds.end()) {
-                res.set_content(envelope(Answer::failure("需要 api 和 kind=failure|malformed|delay|drop")), "application/json");
-                return;
-            }
-            Fault f;
-            f.kind = kind->second;
-            if (req.has_param("message")) f.message = req.get_param_value("message");
-            f.delayMilliseconds = std::atoi(req.get_param_value("delay").c_str());
-            if (req.has_param("times")) f.times = std::atoi(req.get_param_value("times").c_str());
-            {
-                std::lock_guard lock(mutex);
-                faults[req.get_param_value("api")] = f;
-            }
-            res.set_content(envelope(Answer::success(Value(), "fault set")), "application/json");
+        postForm("/sandbox/fault", [this](const httplib::Request&, httplib::Response& res, std::map<std::string, std::string> fields) {
+            setFaultFromRequest(fields, res);
         });
-        server.Post("/sandbox/clear-faults", [this](const httplib::Request&, httplib::Response& res) {
+        server.Get("/sandbox/faults", [this](const httplib::Request&, httplib::Response& res) { answer(res, Answer::success(faultList())); });
+        postForm("/sandbox/clear-faults", [this](const httplib::Request&, httplib::Response& res, std::map<std::string, std::string>) {
             std::lock_guard lock(mutex);
             faults.clear();
-            res.set_content(envelope(Answer::success(Value(), "faults cleared")), "application/json");
+            answer(res, Answer::success(Value(), "faults cleared"));
         });
-        server.Post("/sandbox/push", [this](const httplib::Request& req, httplib::Response& res) {
-            long id = pushMessage(std::atoi(req.get_param_value("userID").c_str()), req.get_param_value("Type"), req.get_param_value("Content"));
-            res.set_content(envelope(Answer::success(Dictionary{{"ID", id}}, "queued")), "application/json");
+        postForm("/sandbox/push", [this](const httplib::Request&, httplib::Response& res, std::map<std::string, std::string> p) {
+            int user = 0;
+            if (!isCount(p["userID"], user)) return answer(res, Answer::failure("参数格式错误: userID 应为整数"));
+            long id = pushMessage(user, p["Type"], p["Content"]);
+            answer(res, Answer::success(Dictionary{{"ID", id}}, "queued"));
         });
     }
 
@@ -214,14 +361,10 @@ void Sandbox::start() {
     Impl& i = *impl_;
     i.port = i.options.port ? (i.server.bind_to_port(i.options.host, i.options.port) ? i.options.port : -1)
                             : i.server.bind_to_any_port(i.options.host);
-    if (i.port <= 0) throw std::runtime_error("sandbox: cannot listen on " + i.options.host + ":" + std::to_string(i.options.port));
+    if (i.port <= 0)
+        throw std::runtime_error("cannot listen on " + i.options.host + ":" + std::to_string(i.options.port) + " (is another server using it?)");
     i.thread = std::thread([&i] { i.server.listen_after_bind(); });
     while (!i.server.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-}
-
-void Sandbox::run() {
-    start();
-    impl_->thread.join();
 }
 
 void Sandbox::stop() {
@@ -255,6 +398,11 @@ void Sandbox::setManifestVersion(std::string version, std::optional<std::string>
 Array Sandbox::uploads() const {
     std::lock_guard lock(impl_->mutex);
     return impl_->uploads.copy();
+}
+
+std::vector<std::string> Sandbox::requestedAPIs() const {
+    std::lock_guard lock(impl_->mutex);
+    return impl_->requested;
 }
 
 std::string Sandbox::builtInSeed() { return seedText(); }

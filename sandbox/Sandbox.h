@@ -10,22 +10,29 @@
 // a missing, misspelt or ill-typed parameter, or the wrong method, gets a
 // failure envelope that names it.
 //
-// Control routes, for tests and other processes:
+// Control routes, for tests and other processes (answers in the envelope):
 //   POST /sandbox/fault   api=<name> kind=failure|malformed|delay|drop
-//                         [message=..] [delay=<ms>] [times=<n>]
+//                         times=<n>|all [message=<text>] [delay=<ms>]
+//   GET  /sandbox/faults  the faults set, with how many requests each has left
 //   POST /sandbox/clear-faults
 //   POST /sandbox/push    userID=<n> Type=<text> Content=<text>
+//
+// Limits: request bodies up to 8 MiB (a larger one is refused by its length
+// before it is read); connections idle for 2 s are closed, a request must
+// arrive within 5 s; 32 workers.
 //
 // Thread rules: all members may be called from any thread; requests are
 // served on the server's own threads, one at a time against the state.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "foundation/Value.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane::sandbox {
 
@@ -44,20 +51,25 @@ struct Options {
     // shape) replaces the built-in data when present. Nothing keeps all in memory.
     std::optional<std::filesystem::path> dataDirectory;
     bool logRequests = false;  // one line per request on the library's log
+    // The version the installation manifest announces, and its note; by
+    // default the seed's "manifest".
+    std::optional<std::string> manifestVersion;
+    std::optional<std::string> manifestNote;
 };
 
 class Sandbox {
 public:
+    // Throws std::invalid_argument naming what is wrong with the options: a
+    // data folder that is missing or not a folder, a seed.json that does not
+    // read (with the place of the error).
     explicit Sandbox(Options options = {});
     ~Sandbox();  // stops serving
     Sandbox(const Sandbox&) = delete;
     Sandbox& operator=(const Sandbox&) = delete;
 
     // Starts serving on its own threads; throws std::runtime_error when the
-    // address cannot be bound.
+    // address cannot be bound (a port another server holds included).
     void start();
-    // Serves on the calling thread until stop() (from another thread or a signal).
-    void run();
     void stop();
 
     int port() const;
@@ -71,6 +83,8 @@ public:
     void setManifestVersion(std::string version, std::optional<std::string> note);
     // What has been uploaded: one dictionary per upload (SN, ID, file name, size).
     Array uploads() const;
+    // The API names requested so far, in order (each request once).
+    std::vector<std::string> requestedAPIs() const;
 
     // The built-in seed data as JSON text (the shape seed.json may take).
     static std::string builtInSeed();
@@ -80,5 +94,13 @@ public:
 private:
     std::unique_ptr<Impl> impl_;
 };
+
+// The text of a request log line's value: control characters and non-ASCII
+// bytes escaped (\n, \x1b...), so that no value can forge a line.
+std::string escapedForLog(std::string_view text);
+
+// The name an upload is stored under: "<SN>-<ID>.pdf", or nothing when SN is
+// not 1 to 64 letters, digits, "-" or "_", or ID not a decimal integer.
+std::optional<std::string> uploadFileName(std::string_view SN, std::string_view ID);
 
 } // namespace veltrane::sandbox

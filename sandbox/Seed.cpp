@@ -2,7 +2,9 @@
 // orders, forms and messages.
 #include "sandbox/Seed.h"
 
-#include "foundation/JSON.h"
+#include "veltrane/foundation/JSON.h"
+
+#include <stdexcept>
 
 namespace veltrane::sandbox {
 
@@ -222,8 +224,118 @@ const std::string& seedText() {
     return text;
 }
 
+namespace {
+
+// A recursive-descent check of JSON syntax that keeps its place.
+class SyntaxCheck {
+public:
+    explicit SyntaxCheck(std::string_view text) : t_(text) {}
+
+    // The offset of the first error, or nothing.
+    std::optional<size_t> run() {
+        if (!value(0)) return at_;
+        blanks();
+        if (at_ != t_.size()) return at_;
+        return std::nullopt;
+    }
+
+private:
+    void blanks() {
+        while (at_ < t_.size() && (t_[at_] == ' ' || t_[at_] == '\t' || t_[at_] == '\n' || t_[at_] == '\r')) ++at_;
+    }
+    bool literal(std::string_view word) {
+        if (t_.substr(at_, word.size()) != word) return false;
+        at_ += word.size();
+        return true;
+    }
+    bool digits() {
+        size_t start = at_;
+        while (at_ < t_.size() && t_[at_] >= '0' && t_[at_] <= '9') ++at_;
+        return at_ > start;
+    }
+    bool number() {
+        if (t_[at_] == '-') ++at_;
+        if (at_ < t_.size() && t_[at_] == '0') ++at_;
+        else if (!digits()) return false;
+        if (at_ < t_.size() && t_[at_] == '.' && (++at_, !digits())) return false;
+        if (at_ < t_.size() && (t_[at_] == 'e' || t_[at_] == 'E')) {
+            ++at_;
+            if (at_ < t_.size() && (t_[at_] == '+' || t_[at_] == '-')) ++at_;
+            if (!digits()) return false;
+        }
+        return true;
+    }
+    bool string() {
+        for (++at_; at_ < t_.size(); ++at_) {
+            unsigned char c = static_cast<unsigned char>(t_[at_]);
+            if (c == '"') return ++at_, true;
+            if (c < 0x20) return false;
+            if (c == '\\' && ++at_ == t_.size()) return false;
+        }
+        return false;
+    }
+    template <class Item>
+    bool items(char close, size_t depth, Item item) {
+        ++at_;
+        blanks();
+        if (at_ < t_.size() && t_[at_] == close) return ++at_, true;
+        for (;;) {
+            if (!item(depth)) return false;
+            blanks();
+            if (at_ < t_.size() && t_[at_] == close) return ++at_, true;
+            if (at_ >= t_.size() || t_[at_] != ',') return false;
+            ++at_;
+        }
+    }
+    bool value(size_t depth) {
+        blanks();
+        if (at_ >= t_.size() || depth > kJSONMaxDepth) return false;
+        switch (t_[at_]) {
+        case '{':
+            return items('}', depth, [&](size_t d) {
+                blanks();
+                if (at_ >= t_.size() || t_[at_] != '"' || !string()) return false;
+                blanks();
+                if (at_ >= t_.size() || t_[at_] != ':') return false;
+                ++at_;
+                return value(d + 1);
+            });
+        case '[': return items(']', depth, [&](size_t d) { return value(d + 1); });
+        case '"': return string();
+        case 't': return literal("true");
+        case 'f': return literal("false");
+        case 'n': return literal("null");
+        default: return number();
+        }
+    }
+
+    std::string_view t_;
+    size_t at_ = 0;
+};
+
+} // namespace
+
+std::optional<std::string> locateSyntaxError(std::string_view text) {
+    std::optional<size_t> at = SyntaxCheck(text).run();
+    if (!at) return std::nullopt;
+    size_t line = 1, column = 1;
+    for (size_t i = 0; i < *at && i < text.size(); ++i) {
+        if (text[i] == '\n') ++line, column = 1;
+        else if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) ++column;
+    }
+    return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
 Dictionary loadSeed(const std::string& text) {
-    Dictionary seed = parseJSON(text).asDictionary();
+    Value parsed;
+    try {
+        parsed = parseJSON(text);
+    } catch (const JSONError& e) {
+        std::optional<std::string> where = locateSyntaxError(text);
+        throw std::invalid_argument((where ? *where + ": " : std::string()) + e.what());
+    }
+    if (!parsed.isDictionary()) throw std::invalid_argument(std::string("the seed is ") + parsed.kindName() + ", not a JSON object");
+    Dictionary seed = parsed.asDictionary();
     if (!seed.contains("numbers")) seed.set("numbers", generatedNumbers());
     if (auto goods = seed.optArray("goods")) generateUnits(*goods);
     return seed;

@@ -1,15 +1,15 @@
 // The sales catalogue against the sandbox over real HTTP: one listing, one
 // lock and one single-record call of each record family.
-#include "catalogue/BillingOption.h"
-#include "catalogue/CRMInfo.h"
-#include "catalogue/Compound.h"
-#include "catalogue/CompoundType.h"
-#include "catalogue/NumberInfo.h"
-#include "catalogue/OfferMember.h"
-#include "catalogue/PlanInfo.h"
-#include "catalogue/PlanItem.h"
-#include "catalogue/ProductInfo.h"
-#include "catalogue/TelecomResource.h"
+#include "veltrane/catalogue/BillingOption.h"
+#include "veltrane/catalogue/CRMInfo.h"
+#include "veltrane/catalogue/Compound.h"
+#include "veltrane/catalogue/CompoundType.h"
+#include "veltrane/catalogue/NumberInfo.h"
+#include "veltrane/catalogue/OfferMember.h"
+#include "veltrane/catalogue/PlanInfo.h"
+#include "veltrane/catalogue/PlanItem.h"
+#include "veltrane/catalogue/ProductInfo.h"
+#include "veltrane/catalogue/TelecomResource.h"
 #include "support/SandboxTest.h"
 
 namespace veltrane {

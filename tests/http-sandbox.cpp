@@ -1,9 +1,9 @@
 // The sandbox dealer server over real HTTP: library calls against it, the
 // faults it injects, the parameters it refuses and the state it keeps.
-#include "foundation/RequestPattern.h"
-#include "foundation/Tag.h"
-#include "platform/HTTPSession.h"
-#include "platform/PropertyList.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Tag.h"
+#include "veltrane/platform/HTTPSession.h"
+#include "veltrane/platform/PropertyList.h"
 #include "sandbox/Routes.h"
 #include "support/SandboxTest.h"
 
@@ -158,7 +158,7 @@ TEST_F(SandboxTest, UploadsAndTheManifest) {
     ASSERT_FALSE(outcome.error);
     EXPECT_EQ(jsonDictionary(*outcome.data)->optString("info"), "上传成功");
     EXPECT_EQ(writeJSON(sandbox->uploads()),
-              R"([{"SN":"AF20261120001","ID":"811","fileName":"signed.pdf","contentType":"application/pdf","size":15}])");
+              R"([{"SN":"AF20261120001","ID":"811","fileName":"signed.pdf","storedAs":"AF20261120001-811.pdf","contentType":"application/pdf","size":15}])");
 
     sandbox->setManifestVersion("1.3", "新增电子签名");
     auto manifest = dictionaryWithContentsOfURL(sandbox->address() + "/manifest.plist");

@@ -2,8 +2,8 @@
 // them, data-task outcomes, property lists fetched over HTTP.
 #include <future>
 
-#include "platform/HTTPSession.h"
-#include "platform/PropertyList.h"
+#include "veltrane/platform/HTTPSession.h"
+#include "veltrane/platform/PropertyList.h"
 #include "support/Harness.h"
 #include "support/Loopback.h"
 

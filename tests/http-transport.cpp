@@ -5,9 +5,9 @@
 #include <condition_variable>
 #include <map>
 
-#include "foundation/Await.h"
-#include "foundation/Boxing.h"
-#include "platform/HTTPTransport.h"
+#include "veltrane/foundation/Await.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/platform/HTTPTransport.h"
 #include "support/Harness.h"
 #include "support/Loopback.h"
 
@@ -331,14 +331,12 @@ TEST_F(Transport, ShuttingDownFailsWhatIsUnderWay) {
     EXPECT_EQ(message, "transport shut down");
 }
 
-TEST(Gateway, SettingTheAddressInstallsTheHTTPTransport) {
+TEST(Gateway, InstallMakesTheHTTPTransportTheGateways) {
     Server::setTransport(nullptr);
-    Server::setAddress("http://127.0.0.1:1");
-    EXPECT_NE(std::dynamic_pointer_cast<HTTPTransport>(Server::transport()), nullptr);
-    auto memory = std::make_shared<MemoryTransport>();
-    Server::setTransport(memory);
+    std::shared_ptr<HTTPTransport> installed = HTTPTransport::install();
+    EXPECT_EQ(Server::transport(), installed);
     Server::setAddress("http://127.0.0.1:2");
-    EXPECT_EQ(Server::transport(), memory) << "an installed transport is kept";
+    EXPECT_EQ(Server::transport(), installed) << "the address alone changes no transport";
     Server::setTransport(nullptr);
 }
 

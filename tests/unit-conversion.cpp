@@ -1,9 +1,9 @@
 // List conversion, pages built directly, and the exported symbols.
 #include <cstring>
 
-#include "Veltrane.h"  // the umbrella header, so that it keeps compiling
-#include "foundation/DataPage.h"
-#include "foundation/ListConversion.h"
+#include "veltrane/Veltrane.h"  // the umbrella header, so that it keeps compiling
+#include "veltrane/foundation/DataPage.h"
+#include "veltrane/foundation/ListConversion.h"
 #include "support/Harness.h"
 
 namespace veltrane {

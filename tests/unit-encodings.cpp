@@ -1,7 +1,7 @@
 // Percent-encodings, strict base64, and UTF-16 measurement of UTF-8 text.
 #include <gtest/gtest.h>
 
-#include "platform/Encodings.h"
+#include "veltrane/platform/Encodings.h"
 
 namespace veltrane {
 namespace {

@@ -7,7 +7,7 @@
 
 #include <random>
 
-#include "foundation/JSON.h"
+#include "veltrane/foundation/JSON.h"
 #include "sandbox/Seed.h"
 #include "support/Harness.h"
 

@@ -3,8 +3,8 @@
 #include <cmath>
 #include <limits>
 
-#include "foundation/Boxing.h"
-#include "foundation/JSON.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/JSON.h"
 #include "support/Harness.h"
 
 namespace veltrane {

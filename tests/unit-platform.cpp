@@ -14,12 +14,12 @@
 #include <future>
 #include <thread>
 
-#include "foundation/Boxing.h"
-#include "foundation/JSON.h"
-#include "platform/Dispatch.h"
-#include "platform/NotificationCenter.h"
-#include "platform/PropertyList.h"
-#include "platform/UserDefaults.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/platform/Dispatch.h"
+#include "veltrane/platform/NotificationCenter.h"
+#include "veltrane/platform/PropertyList.h"
+#include "veltrane/platform/UserDefaults.h"
 #include "support/Harness.h"
 
 namespace veltrane {

@@ -2,9 +2,9 @@
 // and when something throws, driven through the in-memory transport.
 #include <thread>
 
-#include "foundation/Boxing.h"
-#include "foundation/RequestPattern.h"
-#include "foundation/Tag.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/foundation/Tag.h"
 #include "support/Harness.h"
 
 namespace veltrane {

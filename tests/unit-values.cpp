@@ -5,9 +5,9 @@
 #include <limits>
 #include <thread>
 
-#include "foundation/Boxing.h"
-#include "foundation/JSON.h"
-#include "foundation/ValueNodes.h"
+#include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/ValueNodes.h"
 #include "support/Harness.h"
 
 namespace veltrane {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "foundation/JSON.h"
-#include "foundation/Log.h"
-#include "platform/MemoryTransport.h"
+#include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Log.h"
+#include "veltrane/platform/MemoryTransport.h"
 
 namespace veltrane::test {
 

@@ -2,8 +2,8 @@
 // with the gateway pointed at it through the HTTP transport.
 #pragma once
 
-#include "foundation/Await.h"
-#include "platform/HTTPTransport.h"
+#include "veltrane/foundation/Await.h"
+#include "veltrane/platform/HTTPTransport.h"
 #include "sandbox/Sandbox.h"
 #include "support/Harness.h"
 

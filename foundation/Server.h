@@ -1,17 +1,17 @@
 // The server gateway: every server call goes through Server by an API name and
 // an optional parameter dictionary, and comes back through one completion.
 //
-// Server only delegates to the installed Transport: the HTTP one is installed
-// by setAddress when none is set; tests install a MemoryTransport.
-// All class operations are safe from any thread.
+// Server only delegates to the installed Transport: the libcurl one of the
+// platform (HTTPTransport::install()), a MemoryTransport in tests, or the
+// application's own. All class operations are safe from any thread.
 #pragma once
 
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "foundation/Callbacks.h"
-#include "foundation/Value.h"
+#include "veltrane/foundation/Callbacks.h"
+#include "veltrane/foundation/Value.h"
 
 namespace veltrane {
 
@@ -47,8 +47,6 @@ public:
 
     // The server's base address: scheme, host and any leading path.
     static std::string address();
-    // Sets the base address and, when no transport is installed yet, installs
-    // an HTTPTransport with its default settings.
     static void setAddress(std::string address);
 
     static void setTransport(std::shared_ptr<Transport> transport);

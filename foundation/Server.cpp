@@ -1,5 +1,5 @@
 // Server and Account: process-wide state behind a mutex, read on every call.
-#include "platform/Server.h"
+#include "veltrane/foundation/Server.h"
 
 #include <mutex>
 
@@ -27,8 +27,6 @@ void send(HTTPMethod method, const std::string& api, Parameters params, GatewayC
 }
 } // namespace
 
-std::shared_ptr<Transport> makeDefaultHTTPTransport();
-
 void Server::httpGet(const std::string& api, Parameters params, GatewayCallback callback) {
     send(HTTPMethod::GET, api, std::move(params), std::move(callback));
 }
@@ -43,16 +41,8 @@ std::string Server::address() {
 }
 
 void Server::setAddress(std::string address) {
-    bool needsTransport;
-    {
-        std::lock_guard lock(state().mutex);
-        state().address = std::move(address);
-        needsTransport = !state().transport;
-    }
-    if (!needsTransport) return;
-    std::shared_ptr<Transport> transport = makeDefaultHTTPTransport();
     std::lock_guard lock(state().mutex);
-    if (!state().transport) state().transport = std::move(transport);
+    state().address = std::move(address);
 }
 
 void Server::setTransport(std::shared_ptr<Transport> transport) {

@@ -1,0 +1,63 @@
+// The demo against the sandbox: it walks through, and a failure injected at
+// any API it calls stops that step with the step, the API and the server's
+// message, ends with status 1, and never crashes.
+#include <sstream>
+
+#include "cli/Demo.h"
+#include "sandbox/Sandbox.h"
+#include "support/Harness.h"
+
+namespace veltrane {
+namespace {
+
+struct DemoRun {
+    int status;
+    std::string transcript;
+    std::vector<std::string> apis;  // what the sandbox was asked, in order
+};
+
+// One demo run against a fresh sandbox (the demo locks what it sells).
+DemoRun runDemo(const std::optional<std::pair<std::string, sandbox::Fault>>& fault = std::nullopt) {
+    sandbox::Sandbox server;
+    server.start();
+    if (fault) server.setFault(fault->first, fault->second);
+    std::ostringstream out;
+    LogSink previous = setLogSink({});
+    int status = cli::runDemo(server.address(), out);
+    setLogSink(previous);
+    return {status, out.str(), server.requestedAPIs()};
+}
+
+TEST(Demo, WalksThroughASaleAgainstTheSandbox) {
+    DemoRun run = runDemo();
+    EXPECT_EQ(run.status, 0) << run.transcript;
+    EXPECT_NE(run.transcript.find("every step succeeded"), std::string::npos);
+    EXPECT_GT(run.apis.size(), 10u);
+}
+
+TEST(Demo, AFailureAtAnyAPIStopsItsStepAndNothingElseBreaks) {
+    std::vector<std::string> apis = runDemo().apis;
+    std::sort(apis.begin(), apis.end());
+    apis.erase(std::unique(apis.begin(), apis.end()), apis.end());
+    for (const std::string& api : apis) {
+        SCOPED_TRACE(api);
+        sandbox::Fault fault;
+        fault.message = "注入的故障 " + api;
+        DemoRun run = runDemo(std::make_pair(api, fault));
+        EXPECT_EQ(run.status, 1);
+        EXPECT_NE(run.transcript.find("FAILED: " + api + ": 注入的故障 " + api), std::string::npos) << run.transcript;
+        EXPECT_NE(run.transcript.find("The sale stopped short:\n  step "), std::string::npos) << run.transcript;
+    }
+}
+
+TEST(Demo, AnUnreachableServerEndsWithAStatusNotACrash) {
+    std::ostringstream out;
+    LogSink previous = setLogSink({});
+    int status = cli::runDemo("http://127.0.0.1:1", out);
+    setLogSink(previous);
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(out.str().find("Couldn't connect to server"), std::string::npos) << out.str();
+}
+
+} // namespace
+} // namespace veltrane

@@ -1,0 +1,273 @@
+// The command line and the sandbox as tools: arguments, exit statuses and
+// messages; uploads that stay in their folder; data folders and seeds;
+// request bodies, idle connections, faults and the request log.
+#include <httplib.h>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "sandbox/Sandbox.h"
+#include "support/SandboxTest.h"
+#include "veltrane/foundation/Tag.h"
+
+namespace veltrane {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Runs the veltrane command line; returns its exit status and what it wrote.
+std::pair<int, std::string> veltrane(const std::string& arguments) {
+    std::string command = std::string(VELTRANE_CLI) + " " + arguments + " 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
+    std::string output;
+    char buffer[4096];
+    while (size_t n = fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, n);
+    int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), output};
+}
+
+// A TCP connection to a loopback port, or -1.
+int connectTo(int port) {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0) return fd;
+    ::close(fd);
+    return -1;
+}
+
+struct CommandCase {
+    std::string arguments;  // "{server}" stands for the sandbox's address, "{port}" for its port
+    int status;
+    const char* output;  // a part of what it writes
+};
+
+class Tools : public test::SandboxTest {};
+
+TEST_F(Tools, TheCommandLineBehavesLikeOne) {
+    const CommandCase cases[] = {
+        {"--help", 0, "Subcommands:"},
+        {"sandbox --help", 0, "/sandbox/fault"},
+        {"call --help", 0, "--list"},
+        {"demo --help", 0, "--server"},
+        {"--version", 0, "veltrane 1.0.0"},
+        {"", 2, "subcommand"},
+        {"frob", 2, "unknown command \"frob\""},
+        {"sandbox --port abc", 2, "--port"},
+        {"sandbox --port 99999", 2, "--port"},
+        {"sandbox --frob", 2, "--frob"},
+        {"sandbox --data /no/such/folder", 2, "--data: no such folder: /no/such/folder"},
+        {"sandbox --port {port}", 1, "cannot listen on 127.0.0.1:{port}"},
+        {"sandbox --dump-seed -", 0, "\"certificateTypes\""},
+        {"call", 2, "an API name is needed"},
+        {"call nosuchapi", 2, "unknown API name \"nosuchapi\""},
+        {"call getLabel notapair --server {server}", 2, "\"notapair\" is not key=value"},
+        {"call --list", 0, "GET  getLabel  type=integer companyid=integer"},
+        {"call getLabel companyid=1 type=1 --server {server}", 0, R"("success":true,"message":"ok","data":[{"ID":1)"},
+        {"call postLockPhone companyid=1 phone=1 --server {server}", 1, "号码不存在: 1"},
+        {"call getLabel companyID=1 type=1 --server {server}", 1, "缺少参数: companyid"},
+    };
+    auto fill = [&](std::string text) {
+        for (auto [field, value] : {std::pair<std::string, std::string>{"{server}", sandbox->address()}, {"{port}", std::to_string(sandbox->port())}})
+            for (size_t at; (at = text.find(field)) != std::string::npos;) text.replace(at, field.size(), value);
+        return text;
+    };
+    for (const CommandCase& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        auto [status, output] = veltrane(fill(c.arguments));
+        EXPECT_EQ(status, c.status) << output;
+        EXPECT_NE(output.find(fill(c.output)), std::string::npos) << output;
+    }
+}
+
+// ---- The sandbox ---------------------------------------------------------------
+
+class SandboxFolder : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = std::filesystem::temp_directory_path() / ("veltrane-sandbox-" + std::to_string(::getpid()) + "-" +
+                                                       ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::filesystem::remove_all(dir);
+        std::filesystem::create_directories(dir / "data");
+    }
+    void TearDown() override { std::filesystem::remove_all(dir); }
+    std::filesystem::path dir;
+};
+
+TEST_F(SandboxFolder, UploadsNeverLeaveTheirFolder) {
+    sandbox::Options options;
+    options.dataDirectory = dir / "data";
+    sandbox::Sandbox server(options);
+    server.start();
+    struct {
+        const char* SN;
+        const char* ID;
+        const char* message;
+    } cases[] = {
+        {"/tmp/escaped", "1", "参数格式错误"}, {"../../escaped", "1", "参数格式错误"}, {"a/b", "1", "参数格式错误"},
+        {"", "1", "参数格式错误"},             {"SN1", "1; rm -rf /", "参数格式错误"}, {"SN1", "../1", "参数格式错误"},
+        {"SN1", "", "参数格式错误"},           {"AF20261120001", "811", "上传成功"},    {"AF-2026_x", "-5", "上传成功"},
+    };
+    httplib::Client client(server.address());
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.SN) + " / " + c.ID);
+        httplib::MultipartFormDataItems items{{"pdf", "%PDF-1.4", "../../../escaped.pdf", "application/pdf"}, {"SN", c.SN, "", ""}, {"ID", c.ID, "", ""}};
+        auto res = client.Post("/index.php/api/common/upload", items);
+        ASSERT_TRUE(res);
+        Dictionary reply = parseJSON(res->body).asDictionary();
+        EXPECT_EQ(reply.optString("info").value_or("").rfind(c.message, 0), 0u) << res->body;
+        EXPECT_EQ(reply.optBool("status"), std::string(c.message) == "上传成功");
+    }
+    std::vector<std::string> stored;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir)) stored.push_back(std::filesystem::relative(entry.path(), dir));
+    std::sort(stored.begin(), stored.end());
+    EXPECT_EQ(stored, (std::vector<std::string>{"data", "data/uploads", "data/uploads/AF-2026_x--5.pdf", "data/uploads/AF20261120001-811.pdf"}));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/escaped-1.pdf"));
+}
+
+TEST_F(SandboxFolder, DataFoldersAndSeedsAreChecked) {
+    auto refusal = [](sandbox::Options options) {
+        try {
+            sandbox::Sandbox server(options);
+        } catch (const std::invalid_argument& e) {
+            return std::string(e.what());
+        }
+        return std::string("accepted");
+    };
+    sandbox::Options options;
+    options.dataDirectory = dir / "missing";
+    EXPECT_EQ(refusal(options), "--data: no such folder: " + (dir / "missing").string());
+    std::ofstream(dir / "file") << "x";
+    options.dataDirectory = dir / "file";
+    EXPECT_EQ(refusal(options), "--data: not a folder: " + (dir / "file").string());
+    options.dataDirectory = dir / "data";
+    std::ofstream(dir / "data" / "seed.json") << "{\n  \"labels\": [1,\n    2 x]\n}";
+    EXPECT_EQ(refusal(options).rfind((dir / "data" / "seed.json").string() + ": line 3, column 7: malformed JSON", 0), 0u) << refusal(options);
+    std::ofstream(dir / "data" / "seed.json") << "[]";
+    EXPECT_NE(refusal(options).find("the seed is an array, not a JSON object"), std::string::npos);
+
+    // The built-in seed, dumped and edited, is a seed.
+    auto [status, output] = veltrane("sandbox --dump-seed " + (dir / "data" / "seed.json").string());
+    ASSERT_EQ(status, 0) << output;
+    std::string seed;
+    std::getline(std::ifstream(dir / "data" / "seed.json"), seed, '\0');
+    seed.replace(seed.find("加急"), 6, "特急");
+    std::ofstream(dir / "data" / "seed.json") << seed;
+    sandbox::Sandbox server(options);
+    server.start();
+    httplib::Client client(server.address());
+    auto res = client.Get("/index.php/api/getLabel?type=1&companyid=1");
+    EXPECT_NE(res->body.find("特急"), std::string::npos);
+}
+
+TEST_F(Tools, ASecondServerOnAPortIsRefused) {
+    sandbox::Options options;
+    options.port = sandbox->port();
+    sandbox::Sandbox second(options);
+    EXPECT_THROW(second.start(), std::runtime_error);
+}
+
+TEST_F(Tools, LargeFormBodiesPassAndTooLargeOnesAreRefusedUnread) {
+    httplib::Client client(sandbox->address());
+    std::string picture(2 << 20, 'A');
+    auto res = client.Post("/index.php/api/postIdcard", "username=gz_tianhe_07&idcard=Name%3D%E5%BC%A0%26Picture%3D" + picture,
+                           "application/x-www-form-urlencoded");
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, 200);
+    EXPECT_EQ(parseJSON(res->body).asDictionary().optString("info"), "上传成功") << res->body.substr(0, 200);
+
+    // A body past the limit is refused by its declared length, before it is read.
+    int fd = connectTo(sandbox->port());
+    ASSERT_GE(fd, 0);
+    std::string head = "POST /index.php/api/postIdcard HTTP/1.1\r\nHost: x\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+                       "Content-Length: 268435456\r\n\r\nusername=";
+    ASSERT_EQ(::send(fd, head.data(), head.size(), 0), static_cast<ssize_t>(head.size()));
+    char reply[64] = {};
+    ASSERT_GT(::recv(fd, reply, sizeof reply - 1, 0), 0);
+    ::close(fd);
+    EXPECT_EQ(std::string(reply).rfind("HTTP/1.1 413", 0), 0u) << reply;
+}
+
+TEST_F(Tools, IdleConnectionsDoNotStarveTheServer) {
+    HTTPTransportOptions patient;  // a loaded machine may be slow; a starved server takes 5 s and more
+    patient.timeout = 20s;
+    Server::setTransport(std::make_shared<HTTPTransport>(patient));
+    std::vector<int> idle;
+    for (int i = 0; i < 12; ++i) {
+        int fd = connectTo(sandbox->port());
+        ASSERT_GE(fd, 0);
+        idle.push_back(fd);
+    }
+    auto start = std::chrono::steady_clock::now();
+    auto tags = await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); });
+    EXPECT_TRUE(tags.success) << tags.message.value_or("");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
+    for (int fd : idle) ::close(fd);
+}
+
+TEST_F(Tools, FaultsAreCheckedListedAndCleared) {
+    httplib::Client client(sandbox->address());
+    struct {
+        const char* form;
+        const char* info;
+    } cases[] = {
+        {"api=nosuchapi&kind=failure&times=1", "未知接口: nosuchapi"},
+        {"kind=failure&times=1", "缺少参数: api"},
+        {"api=getLabel&kind=failure", "缺少参数: times (次数或 all)"},
+        {"api=getLabel&kind=failure&times=x", "参数格式错误: times 应为正整数或 all"},
+        {"api=getLabel&kind=failure&times=0", "参数格式错误: times 应为正整数或 all"},
+        {"api=getLabel&kind=delay&times=1", "参数格式错误: delay 应为毫秒数"},
+        {"api=getLabel&kind=delay&times=1&delay=soon", "参数格式错误: delay 应为毫秒数"},
+        {"api=getLabel&kind=melt&times=1", "参数格式错误: kind 应为 failure|malformed|delay|drop"},
+        {"api=getLabel&kind=failure&times=2&message=busy", "fault set"},
+        {"api=getPlanList&kind=delay&times=all&delay=5", "fault set"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.form);
+        auto res = client.Post("/sandbox/fault", c.form, "application/x-www-form-urlencoded");
+        EXPECT_EQ(parseJSON(res->body).asDictionary().optString("info"), c.info);
+    }
+    auto listed = [&] { return writeJSON(*parseJSON(client.Get("/sandbox/faults")->body).asDictionary().find("data")); };
+    EXPECT_EQ(listed(), R"([{"api":"getLabel","kind":"failure","times":2,"message":"busy"},{"api":"getPlanList","kind":"delay","times":"all","delay":5}])");
+    client.Post("/sandbox/clear-faults", "", "application/x-www-form-urlencoded");
+    EXPECT_EQ(listed(), "[]");
+}
+
+TEST(SandboxLog, OneLinePerRequestThatNoValueCanForge) {
+    std::vector<std::string> lines;
+    std::mutex mutex;
+    LogSink previous = setLogSink([&](std::string_view line) {
+        std::lock_guard lock(mutex);
+        lines.emplace_back(line);
+    });
+    {
+        sandbox::Options options;
+        options.logRequests = true;
+        sandbox::Sandbox server(options);
+        server.start();
+        server.setFault("getPlanList", {sandbox::Fault::Kind::failure, "busy", 0, 1});
+        httplib::Client client(server.address());
+        client.Get("/index.php/api/getLabel?type=1&companyid=1");
+        client.Get("/index.php/api/getPlanList?companyid=1");
+        client.Get("/index.php/api/forged%0Asandbox:%20GET%20getLabel%20200");
+        server.stop();
+    }
+    setLogSink(previous);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].rfind("sandbox: GET getLabel 200 ", 0), 0u) << lines[0];
+    EXPECT_EQ(lines[0].substr(lines[0].size() - 2), "ms");
+    EXPECT_NE(lines[1].find(" fault=failure"), std::string::npos) << lines[1];
+    EXPECT_EQ(lines[2].rfind("sandbox: GET forged\\nsandbox: GET getLabel 200 404 ", 0), 0u) << lines[2];
+    EXPECT_EQ(sandbox::escapedForLog("a\r\n\x1b[31m\\ 张"), "a\\r\\n\\x1b[31m\\\\ \\xe5\\xbc\\xa0");
+}
+
+} // namespace
+} // namespace veltrane
