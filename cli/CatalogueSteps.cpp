@@ -17,9 +17,6 @@ namespace veltrane::cli {
 
 namespace {
 
-std::string text(const std::optional<Value>& v) { return v && v->isString() ? std::string(v->asString()) : describeOrNull(v); }
-std::string text(const std::optional<std::string>& v) { return v.value_or("(none)"); }
-
 std::string yuan(float amount) {
     std::ostringstream out;
     out << "¥" << std::fixed << std::setprecision(amount == static_cast<long>(amount) ? 0 : 2) << amount;

@@ -12,6 +12,12 @@
 
 namespace veltrane::cli {
 
+std::string text(const std::optional<Value>& v) {
+    if (!v) return "(none)";
+    return v->isString() ? std::string(v->asString()) : describe(*v);
+}
+std::string text(const std::optional<std::string>& v) { return v.value_or("(none)"); }
+
 void Transcript::begin(int number, const std::string& title) {
     step_ = "step " + std::to_string(number) + " (" + title + ")";
     out_ << number << ". " << title << '\n';
@@ -44,7 +50,8 @@ std::vector<Step> demoSteps() {
              for (const Tag& tag : *tags.result) t.line(describeOrNull(tag.title()) + " — " + describeOrNull(tag.content()));
          }},
     };
-    for (Step& s : catalogueSteps()) steps.push_back(std::move(s));
+    for (auto part : {catalogueSteps, customerSteps})
+        for (Step& s : part()) steps.push_back(std::move(s));
     return steps;
 }
 

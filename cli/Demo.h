@@ -15,6 +15,10 @@
 #include "veltrane/catalogue/PlanInfo.h"
 #include "veltrane/catalogue/PlanItem.h"
 #include "veltrane/catalogue/ProductInfo.h"
+#include "veltrane/customer/Address.h"
+#include "veltrane/customer/Area.h"
+#include "veltrane/customer/IDCardInfo.h"
+#include "veltrane/customer/ServiceTime.h"
 #include "veltrane/foundation/Await.h"
 
 namespace veltrane::cli {
@@ -25,6 +29,11 @@ struct Sale {
     std::optional<ProductInfo> device;
     std::optional<PlanInfo> plan;
     std::optional<PlanItem> planItem;
+    std::optional<IDCardInfo> card;  // the customer's, as read back from the server
+    std::optional<Area> city;
+    std::optional<Area> district;
+    std::optional<Address> address;
+    std::optional<ServiceTime> installation;
 };
 
 class Transcript {
@@ -63,6 +72,11 @@ struct Step {
 // The steps in the order of a sale; each subsystem contributes its own.
 std::vector<Step> demoSteps();
 std::vector<Step> catalogueSteps();
+std::vector<Step> customerSteps();
+
+// Display helpers the steps share.
+std::string text(const std::optional<Value>& v);        // a value as text; "(none)" for nothing
+std::string text(const std::optional<std::string>& v);  // "(none)" for nothing
 
 // Runs every step against server (the embedded sandbox when empty), through
 // the HTTP transport. Returns the process's exit status: 0 when every step

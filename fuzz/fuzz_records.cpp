@@ -60,6 +60,14 @@ const std::vector<Operation>& operations() {
         [] { CRMInfo::checkWithBusinessNumber("1", any<CRMInfo>()); },
         [] { OfferMember::getWithCompanyID(1, std::string("1"), any<std::vector<OfferMember>>()); },
         [] { TelecomResource::list(1, 1, 1, any<std::vector<TelecomResource>>()); },
+        [] { IDCardIndex::listWithCompanyID(1, any<DataPage<IDCardIndex>>()); },
+        [] { IDCardInfo::getCardInfoWithIndex(1, any<IDCardInfo>()); },
+        [] { IDCardInfo::uploadCardInfo(IDCardInfo(Dictionary{{"Name", "x"}}), anyFlag()); },
+        [] { CertificateType::list(any<std::vector<CertificateType>>()); },
+        [] { Area::list(0, any<std::vector<Area>>()); },
+        [] { Address::listWithAreaID(1, 1, std::string("路"), any<std::vector<Address>>()); },
+        [] { ServiceTime::listWithAreaCode(std::string("1"), any<std::vector<ServiceTime>>()); },
+        [] { AcceptingInfo::getWithSN("SN", any<AcceptingInfo>()); },
     };
     return all;
 }
@@ -76,10 +84,22 @@ void buildEveryRecord(const Value& v) {
     build<CRMInfo>(v);
     build<OfferMember>(v);
     build<TelecomResource>(v);
+    build<IDCardIndex>(v);
+    build<IDCardInfo>(v);
+    build<CertificateType>(v);
+    build<Area>(v);
+    build<ServiceTime>(v);
+    build<AcceptingInfo>(v);
     if (const Dictionary* d = v.dictionaryIf()) {
         try {
             (void)NumberInfo::loadFromActionOrderInfo(*d).raw();
             (void)OfferMember::loadFromActionFormOrder(*d);
+            (void)IDCardInfo::loadFromActionOrderInfo(*d).dictionaryWithIDCardInfo();
+            Address address = Address::loadFromActionOrderInfo(*d);
+            (void)address.ID();
+            (void)address.title();
+            (void)address.siteID();
+            (void)address.siteName();
         } catch (const ValueError&) {
         }
     }

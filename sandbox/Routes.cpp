@@ -2,8 +2,10 @@
 #include "sandbox/Routes.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <variant>
 
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/platform/Encodings.h"
@@ -219,6 +221,49 @@ Answer createActionOrder(const Call& c, State& s) {
                            "提交成功");
 }
 
+// The fields of a card upload's text: "Key=value&..." with the values
+// percent-encoded but "&" and "=" left as they are, so a piece that does not
+// start with a known field continues the value before it. Nothing of it is
+// trusted: an unknown first field, a field given twice, a value that is not
+// valid percent-encoding or a photo that is not base64 is refused by name.
+std::variant<Dictionary, std::string> readCardText(const std::string& text) {
+    static const std::set<std::string> fields{"Name", "Gender", "Nation", "Birthday", "Address", "Number", "IssuingAuthority", "ValidityPeriod", "Picture"};
+    if (text.empty()) return std::string("内容为空");
+    std::vector<std::pair<std::string, std::string>> read;
+    for (size_t start = 0; start <= text.size();) {
+        size_t end = std::min(text.find('&', start), text.size());
+        std::string piece = text.substr(start, end - start);
+        size_t eq = piece.find('=');
+        std::string key = eq == std::string::npos ? "" : piece.substr(0, eq);
+        if (fields.count(key)) {
+            for (const auto& [k, v] : read)
+                if (k == key) return "字段重复: " + key;
+            read.emplace_back(key, piece.substr(eq + 1));
+        } else if (!read.empty()) {
+            read.back().second += "&" + piece;
+        } else {
+            return "第一段不是已知字段: " + piece.substr(0, 32);
+        }
+        start = end + 1;
+    }
+    Dictionary card;
+    for (auto& [key, encoded] : read) {
+        for (size_t i = encoded.find('%'); i != std::string::npos; i = encoded.find('%', i + 1))
+            if (i + 2 >= encoded.size() || !std::isxdigit(static_cast<unsigned char>(encoded[i + 1])) ||
+                !std::isxdigit(static_cast<unsigned char>(encoded[i + 2])))
+                return key + " 的百分号编码不完整";
+        std::string value = percentDecode(encoded);
+        try {
+            writeJSON(Value(value));
+        } catch (const JSONError&) {
+            return key + " 不是有效的 UTF-8 文本";
+        }
+        if (key == "Picture" && !base64DecodeStrict(value)) return "Picture 不是 base64";
+        card.set(key, value);
+    }
+    return card;
+}
+
 // The routes, in the order of the gateway's API table.
 std::vector<Route> makeRoutes() {
     using K = Kind;
@@ -244,13 +289,14 @@ std::vector<Route> makeRoutes() {
          }},
         {"getQueryAddress", "GET", {{{"areaCode", K::Int}, {"subAreaID", K::Int}, {"addressKey", K::Text, false}}}, [](const Call& c, State& s) {
              std::string key = percentDecode(c.text("addressKey"));
+             // Addresses of both spellings: nested "site", or flat capitalised keys.
              return Answer::success(project(where(s.list("addresses"),
                                                   [&](const Dictionary& a) {
                                                       return a.optLong("AreaID") == c.integer("areaCode") &&
                                                              (c.integer("subAreaID") == 0 || a.optLong("SubAreaID") == c.integer("subAreaID")) &&
-                                                             contains(a.optString("addressDesc"), key);
+                                                             (contains(a.optString("addressDesc"), key) || contains(a.optString("AddressDesc"), key));
                                                   }),
-                                            {"addressID", "addressDesc", "site"}));
+                                            {"addressID", "addressDesc", "site", "AddressID", "AddressDesc", "SiteID", "SiteName"}));
          }},
         {"getResourceConfirm", "GET", {{{"areaCode", K::Int}, {"siteID", K::Int}, {"addressID", K::Int}}},
          [](const Call&, State& s) { return Answer::success(s.list("resources")); }},
@@ -452,27 +498,13 @@ std::vector<Route> makeRoutes() {
         {"postIdcard", "POST", {{{"username", K::Text}, {"idcard", K::Text}}}, [](const Call& c, State& s) {
              auto user = findBy(s.list("users"), "LoginAccount", c.text("username"));
              if (!user) return Answer::failure("用户不存在: " + c.text("username"));
-             Dictionary card{{"ID", s.nextCardID++}, {"CompanyID", user->optLong("CompanyID")}};
-             // "Key=value&...": "&" and "=" may stand unescaped inside a value, so a
-             // piece without "=" continues the value before it.
-             const std::string& text = c.text("idcard");
-             std::string lastKey;
-             for (size_t start = 0; start <= text.size();) {
-                 size_t end = std::min(text.find('&', start), text.size());
-                 std::string piece = text.substr(start, end - start);
-                 size_t eq = piece.find('=');
-                 if (eq != std::string::npos && eq > 0) {
-                     lastKey = piece.substr(0, eq);
-                     card.set(lastKey, percentDecode(piece.substr(eq + 1)));
-                 } else if (!lastKey.empty()) {
-                     card.set(lastKey, card.optString(lastKey).value_or("") + "&" + percentDecode(piece));
-                 } else {
-                     return Answer::failure("身份证信息格式错误: " + piece);
-                 }
-                 start = end + 1;
-             }
-             if (!card.contains("Name") && !card.contains("Number")) return Answer::failure("身份证信息缺少姓名或号码");
-             s.list("idCards").push_back(card);
+             std::variant<Dictionary, std::string> read = readCardText(c.text("idcard"));
+             if (const std::string* problem = std::get_if<std::string>(&read)) return Answer::failure("身份证信息格式错误: " + *problem);
+             Dictionary card = std::get<Dictionary>(read);
+             if (!card.contains("Name") && !card.contains("Number")) return Answer::failure("身份证信息格式错误: 缺少 Name 或 Number");
+             Dictionary stored{{"ID", s.nextCardID++}, {"CompanyID", user->optLong("CompanyID")}};
+             for (auto [key, value] : card) stored.set(key, value);
+             s.list("idCards").push_back(stored);
              return Answer::success(Value(), "上传成功");
          }},
     };

@@ -83,7 +83,10 @@ const char* kSeed = R"JSON({
   "addresses": [
     {"addressID": 90001, "AreaID": 20, "SubAreaID": 2001, "addressDesc": "广州市天河区体育西路103号维多利广场A座1208", "site": {"siteID": 501, "siteName": "体育西路局站"}},
     {"addressID": 90002, "AreaID": 20, "SubAreaID": 2001, "addressDesc": "广州市天河区天河北路233号中信广场3501", "site": {"siteID": 502, "siteName": "天河北局站"}},
-    {"addressID": 90003, "AreaID": 20, "SubAreaID": 2002, "addressDesc": "广州市越秀区北京路步行街188号", "site": {"siteID": 511, "siteName": "北京路局站"}}
+    {"addressID": 90003, "AreaID": 20, "SubAreaID": 2002, "addressDesc": "广州市越秀区北京路步行街188号", "site": {"siteID": 511, "siteName": "北京路局站"}},
+    {"AddressID": 90004, "AreaID": 20, "SubAreaID": 2001, "AddressDesc": "广州市天河区体育西路191号中石化大厦B塔2206", "SiteID": 501, "SiteName": "体育西路局站"},
+    {"AddressID": 90005, "AreaID": 20, "SubAreaID": 2003, "AddressDesc": "广州市海珠区江南大道中100号", "SiteID": 521, "SiteName": "江南西局站"},
+    {"addressID": 75501, "AreaID": 755, "SubAreaID": 7551, "addressDesc": "深圳市南山区科技园科苑路15号", "site": {"siteID": 601, "siteName": "科技园局站"}}
   ],
   "installTimes": [
     {"AreaCode": "2001", "date": "2026-11-23", "time": ["09:00-12:00", "14:00-18:00"]},
@@ -140,7 +143,12 @@ const char* kSeed = R"JSON({
      "Sign": [{"ID": 812, "SN": "AF20261120001", "SignPath": "/uploads/sign/AF20261120001-signed.pdf", "SignID": 9}],
      "Records": [{"CreateTime": 1763600000, "Remarks": "受理", "UserName": "李晓明", "CompanyName": "广州市天河区体育西营业厅", "Status": 1}, {"CreateTime": 1763603600, "Remarks": "资料齐全，转收银", "UserName": "陈建国", "CompanyName": "天河受理中心", "Status": 5}],
      "crmInfo": {"CustomerID": "C440100001", "CustomerName": "王芳", "IdentityType": "1", "IdentityNumber": "440106199001011234", "IdentityName": "居民身份证", "NumberTypeID": "5", "NumberTypeName": "移动电话", "AreaCode": "020", "AccountNumber": "13312345678"},
-     "accepting": {"UserName": "陈建国", "Phone": "020-38881234", "AcpName": "天河受理中心", "CreateTime": 1763603600}}
+     "accepting": {"UserName": "陈建国", "Phone": "020-38881234", "AcpName": "天河受理中心", "CreateTime": 1763603600}},
+    {"orderInfo": {"ID": 7002, "SN": "AF20261121001", "CustomerName": "刘洋", "CreateTime": 1763690000, "TemplateType": 1, "Status": 1, "Amount": 0, "AccountNumber": "13711112222", "Price": 0, "UimCode": "8986031234567890077", "AreaCode": "020", "NumberTypeID": 0, "CustomerAddress": "广州市海珠区江南大道中100号", "CustomerIdentity": "440105199203034567", "addressID": 90005, "addressDesc": "广州市海珠区江南大道中100号", "site": {"siteID": 521, "siteName": "江南西局站"}},
+     "data": [{"action": {"ID": 1, "Name": "新装宽带", "Background": "#1E88E5", "Price": 0, "Type": 1, "TypeName": "宽带", "Status": 1}, "ActionForm": [{"type": "text", "label": "客户姓名", "key": "CustomerName", "required": "true", "placeholder": "请输入客户姓名"}], "fields": {"CustomerName": "刘洋", "Bandwidth": "500M"}}],
+     "Receipt": [], "Sign": [],
+     "Records": [{"CreateTime": 1763690000, "Remarks": "受理", "UserName": "李晓明", "CompanyName": "广州市天河区体育西营业厅", "Status": 1}],
+     "crmInfo": {}}
   ],
   "agreements": [
     {"ID": 401, "Name": "中国电信移动业务入网协议", "IsChecked": 0},

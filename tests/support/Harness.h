@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -59,6 +60,39 @@ protected:
     std::vector<std::string> logLines;
     LogSink previousSink;
 };
+
+// Completions that accept anything, for calls made only to see what they send.
+template <class T>
+ResultCallback<T> ignore() {
+    return [](bool, std::optional<std::string>, std::optional<T>) {};
+}
+inline const FlagCallback kIgnoreFlag = [](bool, std::optional<std::string>, bool) {};
+
+// One operation and what it must send: method, API name, parameters as
+// typedParams() prints them.
+struct RequestCase {
+    const char* name;
+    std::function<void()> call;
+    HTTPMethod method;
+    const char* api;
+    const char* params;
+};
+
+// Runs each case against a fresh script (signed in as user 7 of company 1
+// unless the case signs in itself) and checks the one request it sent.
+template <size_t N>
+void expectRequests(MemoryTransport& transport, const RequestCase (&cases)[N]) {
+    for (const RequestCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        transport.clear();
+        Account::signIn(User(7, 1, "gz_tianhe_07"));
+        c.call();
+        ASSERT_EQ(transport.requests().size(), 1u);
+        EXPECT_EQ(transport.lastRequest().method, c.method);
+        EXPECT_EQ(transport.lastRequest().api, c.api);
+        EXPECT_EQ(typedParams(transport.lastRequest().params), c.params);
+    }
+}
 
 // Records every call of a completion.
 template <class T>
