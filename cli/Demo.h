@@ -73,6 +73,7 @@ struct Step {
 std::vector<Step> demoSteps();
 std::vector<Step> catalogueSteps();
 std::vector<Step> customerSteps();
+std::vector<Step> documentSteps();
 
 // Display helpers the steps share.
 std::string text(const std::optional<Value>& v);        // a value as text; "(none)" for nothing

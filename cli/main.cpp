@@ -4,7 +4,11 @@
 #include <CLI/CLI.hpp>
 #include <pthread.h>
 
+#include <unistd.h>
+
 #include <csignal>
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -14,9 +18,13 @@
 #include "sandbox/Routes.h"
 #include "sandbox/Sandbox.h"
 #include "veltrane/Version.h"
+#include "veltrane/documents/Receipt.h"
+#include "veltrane/platform/Dispatch.h"
+#include "veltrane/platform/HTTPSession.h"
 #include "veltrane/foundation/Await.h"
 #include "veltrane/foundation/Boxing.h"
 #include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Log.h"
 #include "veltrane/foundation/Server.h"
 #include "veltrane/platform/HTTPTransport.h"
 
@@ -149,6 +157,70 @@ int callCommand(const CallArguments& a) {
     return outcome.success ? 0 : 1;
 }
 
+struct UploadArguments {
+    std::string pdf;
+    std::string SN;
+    int32_t ID = 0;
+    std::string server = "http://127.0.0.1:8080";
+};
+
+// "[#########-----------]  45%  139 KiB of 300 KiB"
+std::string progressBar(uint64_t sent, uint64_t total) {
+    constexpr int kWidth = 30;
+    int filled = total ? static_cast<int>(sent * kWidth / total) : kWidth;
+    char figures[64];
+    std::snprintf(figures, sizeof figures, "] %3d%%  %llu KiB of %llu KiB", total ? static_cast<int>(sent * 100 / total) : 100,
+                  static_cast<unsigned long long>(sent / 1024), static_cast<unsigned long long>(total / 1024));
+    return "[" + std::string(filled, '#') + std::string(kWidth - filled, '-') + figures;
+}
+
+int uploadCommand(const UploadArguments& a) {
+    constexpr uintmax_t kLargest = 64u << 20;
+    std::error_code error;
+    uintmax_t size = std::filesystem::file_size(a.pdf, error);
+    if (error || !std::filesystem::is_regular_file(a.pdf)) {
+        std::cerr << "veltrane upload-signature: cannot read " << a.pdf << '\n';
+        return 1;
+    }
+    if (size > kLargest) {
+        std::cerr << "veltrane upload-signature: " << a.pdf << " is larger than 64 MiB\n";
+        return 1;
+    }
+    std::string bytes(static_cast<size_t>(size), '\0');
+    std::ifstream(a.pdf, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(size));
+
+    Server::setAddress(a.server);
+    Receipt receipt(Dictionary{{"SN", a.SN}, {"ID", NSBoxInt(a.ID)}});
+    // The library counts any JSON object in reply as a success and logs it;
+    // the tool reads that reply's status too.
+    std::optional<std::string> reply;
+    LogSink previous = setLogSink([&](std::string_view line) {
+        if (!reply && line.rfind("{", 0) == 0) reply = std::string(line);
+        else std::cerr << line << '\n';
+    });
+    bool terminal = isatty(STDOUT_FILENO);
+    std::optional<std::pair<bool, std::optional<std::string>>> outcome;
+    receipt.uploadSignaturePDF(
+        std::move(bytes), [&](bool ok, std::optional<std::string> message) { outcome.emplace(ok, std::move(message)); },
+        [&](uint64_t sent, uint64_t total) { std::cout << (terminal ? "\r" : "") << progressBar(sent, total) << (terminal ? "" : "\n") << std::flush; });
+    // The upload reports on the main queue, driven here.
+    Dispatch::mainQueue().runFor(std::chrono::minutes(10), [&] { return outcome.has_value(); });
+    setLogSink(previous);
+    if (terminal) std::cout << '\n';
+    if (!outcome) {
+        std::cerr << "veltrane upload-signature: no answer within 10 minutes\n";
+        return 1;
+    }
+    if (!outcome->first) {
+        std::cout << "failed: " << outcome->second.value_or("") << std::endl;
+        return 1;
+    }
+    std::cout << outcome->second.value_or("") << "; the server replied " << reply.value_or("(nothing logged)") << std::endl;
+    std::optional<Dictionary> replied = reply ? jsonDictionary(*reply) : std::nullopt;
+    bool accepted = replied && replied->optBool("status");
+    return accepted ? 0 : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -174,6 +246,13 @@ int main(int argc, char** argv) {
     callApp->add_flag("--list", callArgs.list, "List the API names with their methods and parameters");
     callApp->footer("Exits 0 when the server accepted the request, 1 when it did not, 2 for a usage error.");
 
+    UploadArguments uploadArgs;
+    CLI::App* uploadApp = app.add_subcommand("upload-signature", "Upload a customer's signed copy of a receipt, with its progress shown");
+    uploadApp->add_option("pdf", uploadArgs.pdf, "The signed PDF")->required()->type_name("FILE");
+    uploadApp->add_option("--sn", uploadArgs.SN, "The receipt's order serial number")->required();
+    uploadApp->add_option("--id", uploadArgs.ID, "The receipt's identifier")->required();
+    uploadApp->add_option("--server", uploadArgs.server, "The dealer server's base address")->capture_default_str();
+
     std::string demoServer;
     CLI::App* demoApp = app.add_subcommand("demo", "Walk a counter sale through the library, against a server or a sandbox started in-process");
     demoApp->add_option("--server", demoServer, "The dealer server's base address (default: an embedded sandbox)");
@@ -194,6 +273,7 @@ int main(int argc, char** argv) {
     try {
         if (sandboxApp->parsed()) return sandboxCommand(sandboxArgs);
         if (callApp->parsed()) return callCommand(callArgs);
+        if (uploadApp->parsed()) return uploadCommand(uploadArgs);
         if (demoApp->parsed()) return cli::runDemo(demoServer, std::cout);
     } catch (const std::invalid_argument& e) {
         std::cerr << "veltrane: " << e.what() << '\n';

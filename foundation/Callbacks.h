@@ -21,4 +21,10 @@ using FlagCallback = std::function<void(bool success, std::optional<std::string>
 // What the gateway hands back: the reply's data part as it came.
 using GatewayCallback = ResultCallback<Value>;
 
+// (success, message): the completion of the signature upload.
+using UploadCompletion = std::function<void(bool success, std::optional<std::string> message)>;
+
+// (a newer version exists, message): the completion of the update check.
+using UpdateCheckCompletion = std::function<void(bool newer, std::optional<std::string> message)>;
+
 } // namespace veltrane

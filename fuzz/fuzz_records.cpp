@@ -68,6 +68,10 @@ const std::vector<Operation>& operations() {
         [] { Address::listWithAreaID(1, 1, std::string("路"), any<std::vector<Address>>()); },
         [] { ServiceTime::listWithAreaCode(std::string("1"), any<std::vector<ServiceTime>>()); },
         [] { AcceptingInfo::getWithSN("SN", any<AcceptingInfo>()); },
+        [] { Agreement::listWithSN("SN", any<std::vector<Agreement>>()); },
+        [] { Agreement::createSheetWithSN("SN", {Value(1), Value("2")}, any<std::vector<std::string>>()); },
+        [] { Printer::listPrinterOfCompany(1, any<std::vector<Printer>>()); },
+        [] { Printer::sendPrintRequestOfOrderID(1, 1, 1, anyFlag()); },
     };
     return all;
 }
@@ -90,6 +94,15 @@ void buildEveryRecord(const Value& v) {
     build<Area>(v);
     build<ServiceTime>(v);
     build<AcceptingInfo>(v);
+    build<Agreement>(v);
+    build<Printer>(v);
+    build<ActionFormOrderSubmitResult>(v);
+    build<ReceiptSet>(v);
+    if (const Dictionary* d = v.dictionaryIf()) {
+        Receipt receipt(*d);
+        (void)receipt.showingPath();
+        (void)receipt.isPreProcessAgreement();
+    }
     if (const Dictionary* d = v.dictionaryIf()) {
         try {
             (void)NumberInfo::loadFromActionOrderInfo(*d).raw();

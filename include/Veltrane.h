@@ -43,3 +43,8 @@
 #include "veltrane/customer/IDCardInfo.h"
 #include "veltrane/customer/Person.h"
 #include "veltrane/customer/ServiceTime.h"
+#include "veltrane/orders/ActionFormOrderSubmitResult.h"
+#include "veltrane/documents/Agreement.h"
+#include "veltrane/documents/Printer.h"
+#include "veltrane/documents/Receipt.h"
+#include "veltrane/documents/ReceiptSet.h"

@@ -94,6 +94,40 @@ Array State::list(const char* name) {
     return created;
 }
 
+size_t attachSignedCopy(State& s, const std::string& SN, long receiptID, const std::string& path) {
+    size_t found = 0;
+    auto sign = [&](Array receipts) {
+        for (const Value& r : receipts) {
+            Dictionary receipt = r.asDictionary();
+            if (receipt.optLong("ID") != receiptID || receipt.optString("SN").value_or(SN) != SN) continue;
+            receipt.set("SignPath", path);
+            receipt.set("SignID", static_cast<long>(receiptID) * 10 + 1);
+            ++found;
+        }
+    };
+    for (const Value& o : s.list("orders"))
+        if (o.asDictionary().optString("SN") == SN) sign(o.asDictionary().optArray("ReceiptArr").value_or(Array()));
+    for (const Value& o : s.list("actionOrders")) {
+        Dictionary order = o.asDictionary();
+        if (order.optDictionary("orderInfo").optString("SN") != SN) continue;
+        size_t before = found;
+        sign(order.optArray("Receipt").value_or(Array()));
+        if (found == before) continue;
+        if (!order.optArray("Sign")) order.set("Sign", Array());
+        Array signs = *order.optArray("Sign");
+        bool listed = false;
+        for (const Value& v : signs) {
+            Dictionary signed_ = v.asDictionary();
+            if (signed_.optLong("ID") == receiptID) {
+                signed_.set("SignPath", path);
+                listed = true;
+            }
+        }
+        if (!listed) signs.push_back(Dictionary{{"ID", receiptID}, {"SN", SN}, {"SignPath", path}, {"SignID", receiptID * 10 + 1}});
+    }
+    return found;
+}
+
 Dictionary pageOf(const Array& rows, long page) {
     constexpr long kPageSize = 10;
     long totalRows = static_cast<long>(rows.size());
@@ -319,6 +353,7 @@ std::vector<Route> makeRoutes() {
         {"getPrintServer", "GET", {{{"companyid", K::Int}}}, [](const Call&, State& s) { return Answer::success(s.list("printers")); }},
         {"addprintlist", "POST", {{{"id", K::Number}, {"serverid", K::Int}, {"receiptid", K::Int}}}, [](const Call& c, State& s) {
              if (!findBy(s.list("printers"), "ID", c.integer("serverid"))) return Answer::failure("打印机不存在");
+             s.list("printRequests").push_back(Dictionary{{"id", c.number("id")}, {"serverid", c.integer("serverid")}, {"receiptid", c.integer("receiptid")}});
              return Answer::success(Value(), "已加入打印队列");
          }},
         {"getPhonePages", "GET",

@@ -72,4 +72,10 @@ std::optional<std::string> checkParameters(const Route& route, const std::map<st
 // A paging envelope of rows, ten to a page; page numbers start at 1.
 Dictionary pageOf(const Array& rows, long page);
 
+// Makes an uploaded signed copy visible: every receipt of SN whose "ID" is
+// receiptID (catalogue orders' "ReceiptArr", action-form orders' "Receipt")
+// gets "SignPath" = path, and the action-form order lists it under "Sign".
+// Returns how many receipts it found.
+size_t attachSignedCopy(State& state, const std::string& SN, long receiptID, const std::string& path);
+
 } // namespace veltrane::sandbox

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -60,6 +61,31 @@ std::string manifestPlist(const std::string& version, const std::optional<std::s
     free(xml);
     plist_free(root);
     return text;
+}
+
+// A one-page PDF that shows title: the documents the sandbox generates.
+std::string generatedPdf(const std::string& title) {
+    std::string page = "BT /F1 18 Tf 72 720 Td (" + title + ") Tj ET";
+    std::string pdf = "%PDF-1.4\n";
+    std::vector<size_t> offsets;
+    auto object = [&](const std::string& body) {
+        offsets.push_back(pdf.size());
+        pdf += std::to_string(offsets.size()) + " 0 obj\n" + body + "\nendobj\n";
+    };
+    object("<< /Type /Catalog /Pages 2 0 R >>");
+    object("<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
+    object("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Contents 4 0 R /Resources << /Font << /F1 5 0 R >> >> >>");
+    object("<< /Length " + std::to_string(page.size()) + " >>\nstream\n" + page + "\nendstream");
+    object("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
+    size_t xref = pdf.size();
+    pdf += "xref\n0 " + std::to_string(offsets.size() + 1) + "\n0000000000 65535 f \n";
+    for (size_t at : offsets) {
+        char line[24];
+        std::snprintf(line, sizeof line, "%010zu 00000 n \n", at);
+        pdf += line;
+    }
+    pdf += "trailer\n<< /Size " + std::to_string(offsets.size() + 1) + " /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
+    return pdf;
 }
 
 // The fields of a form body ("a=1&b=x+y"), decoded.
@@ -128,6 +154,7 @@ struct Sandbox::Impl {
     State state;
     std::map<std::string, Fault> faults;
     Array uploads;
+    std::map<std::string, std::string> signedCopies;  // stored name → the PDF
     std::string manifestVersion;
     std::optional<std::string> manifestNote;
     std::vector<std::string> requested;
@@ -222,9 +249,13 @@ struct Sandbox::Impl {
             std::ofstream out(folder / *name, std::ios::binary);
             if (!(out << pdf->content)) return answer(res, Answer::failure("保存失败: " + *name));
         }
+        std::string path = "/uploads/sign/" + *name;
+        signedCopies[*name] = pdf->content;
+        size_t receipts = attachSignedCopy(state, sn->content, std::stol(id->content), path);
         uploads.push_back(Dictionary{{"SN", sn->content}, {"ID", id->content}, {"fileName", pdf->filename}, {"storedAs", *name},
-                                     {"contentType", pdf->content_type}, {"size", static_cast<long>(pdf->content.size())}});
-        answer(res, Answer::success(Dictionary{{"path", "/uploads/sign/" + *name}}, "上传成功"));
+                                     {"contentType", pdf->content_type}, {"size", static_cast<long>(pdf->content.size())},
+                                     {"receipts", static_cast<long>(receipts)}});
+        answer(res, Answer::success(Dictionary{{"path", path}}, "上传成功"));
     }
 
     void setFaultFromRequest(const std::map<std::string, std::string>& p, httplib::Response& res) {
@@ -323,6 +354,20 @@ struct Sandbox::Impl {
             });
         }
         server.Post("/index.php/api/common/upload", [this](const httplib::Request& req, httplib::Response& res) { upload(req, res); });
+        // The signed copies uploaded, and the documents the server generates.
+        server.Get(R"(/uploads/sign/([A-Za-z0-9_-]+--?[0-9]+\.pdf))", [this](const httplib::Request& req, httplib::Response& res) {
+            std::lock_guard lock(mutex);
+            auto copy = signedCopies.find(req.matches[1]);
+            if (copy == signedCopies.end()) return void(res.status = 404);
+            res.set_content(copy->second, "application/pdf");
+        });
+        server.Get(R"(/(receipts|sheets)/([A-Za-z0-9_-]+)\.pdf)", [](const httplib::Request& req, httplib::Response& res) {
+            res.set_content(generatedPdf(std::string(req.matches[1]) + " " + std::string(req.matches[2])), "application/pdf");
+        });
+        server.Get("/sandbox/print-requests", [this](const httplib::Request&, httplib::Response& res) {
+            std::lock_guard lock(mutex);
+            answer(res, Answer::success(state.list("printRequests").copy()));
+        });
         server.Get("/manifest.plist", [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
             res.set_content(manifestPlist(manifestVersion, manifestNote), "application/xml");

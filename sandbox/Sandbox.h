@@ -10,10 +10,15 @@
 // a missing, misspelt or ill-typed parameter, or the wrong method, gets a
 // failure envelope that names it.
 //
+// Documents: GET /uploads/sign/<SN>-<ID>.pdf serves an uploaded signed copy
+// (which the order's receipt then names under "SignPath"), GET
+// /receipts/<name>.pdf and /sheets/<name>.pdf a generated one-page PDF.
+//
 // Control routes, for tests and other processes (answers in the envelope):
 //   POST /sandbox/fault   api=<name> kind=failure|malformed|delay|drop
 //                         times=<n>|all [message=<text>] [delay=<ms>]
 //   GET  /sandbox/faults  the faults set, with how many requests each has left
+//   GET  /sandbox/print-requests   the print requests received
 //   POST /sandbox/clear-faults
 //   POST /sandbox/push    userID=<n> Type=<text> Content=<text>
 //

@@ -158,7 +158,7 @@ TEST_F(SandboxTest, UploadsAndTheManifest) {
     ASSERT_FALSE(outcome.error);
     EXPECT_EQ(jsonDictionary(*outcome.data)->optString("info"), "上传成功");
     EXPECT_EQ(writeJSON(sandbox->uploads()),
-              R"([{"SN":"AF20261120001","ID":"811","fileName":"signed.pdf","storedAs":"AF20261120001-811.pdf","contentType":"application/pdf","size":15}])");
+              R"([{"SN":"AF20261120001","ID":"811","fileName":"signed.pdf","storedAs":"AF20261120001-811.pdf","contentType":"application/pdf","size":15,"receipts":1}])");
 
     sandbox->setManifestVersion("1.3", "新增电子签名");
     auto manifest = dictionaryWithContentsOfURL(sandbox->address() + "/manifest.plist");

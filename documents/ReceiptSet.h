@@ -1,0 +1,36 @@
+// The receipt files of one order, grouped.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "veltrane/documents/Receipt.h"
+#include "veltrane/foundation/Value.h"
+
+namespace veltrane {
+
+class ReceiptSet {
+public:
+    // Keeps the very dictionary given; copies "DisplayIndex" (32-bit),
+    // "OrderID" (64-bit), "SN" (text), and one Receipt per element of
+    // "Files", in order (none without "Files"). An element that is not a
+    // dictionary throws ValueError ("Files[2]: ...").
+    explicit ReceiptSet(const Dictionary& dictionary);
+
+    const Dictionary& raw() const noexcept { return raw_; }
+    int32_t displayIndex() const noexcept { return displayIndex_; }
+    int64_t orderID() const noexcept { return orderID_; }
+    const std::optional<std::string>& SN() const noexcept { return SN_; }
+    const std::vector<Receipt>& files() const noexcept { return files_; }
+
+private:
+    Dictionary raw_;
+    int32_t displayIndex_;
+    int64_t orderID_;
+    std::optional<std::string> SN_;
+    std::vector<Receipt> files_;
+};
+
+} // namespace veltrane
