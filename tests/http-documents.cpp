@@ -148,7 +148,8 @@ TEST_F(DocumentsOverHTTP, TheSignedCopyReplacesTheGeneratedDocument) {
     EXPECT_EQ(after.showingPath(), sandbox->address() + "/uploads/sign/AF20261120001-811.pdf");
     EXPECT_EQ(client.Get("/uploads/sign/AF20261120001-811.pdf")->body, "%PDF-1.4 signed");
     bool listed = false;
-    for (const Value& sign : *detail.result->asDictionary().optArray("Sign")) listed |= sign.asDictionary().optLong("ID") == 811;
+    Array signs = *detail.result->asDictionary().optArray("Sign");
+    for (const Value& sign : signs) listed |= sign.asDictionary().optLong("ID") == 811;
     EXPECT_TRUE(listed) << "among the signed receipts";
 }
 
