@@ -25,6 +25,7 @@
 #include "RatioReporter.h"
 #include "veltrane/catalogue/NumberInfo.h"
 #include "veltrane/catalogue/ProductInfo.h"
+#include "veltrane/orders/Order.h"
 #include "veltrane/foundation/DataPage.h"
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/ListConversion.h"
@@ -145,6 +146,7 @@ DataPage<Record> recordsOf(const std::string& text) {
 }
 void NumberPage(benchmark::State& state) { measure(state, recordsOf<NumberInfo>); }
 void ProductPage(benchmark::State& state) { measure(state, recordsOf<ProductInfo>); }
+void OrderPage(benchmark::State& state) { measure(state, recordsOf<Order>); }
 
 // ---- Peers ------------------------------------------------------------------------------
 
@@ -185,6 +187,36 @@ struct ProductRow {
     float price;
 };
 
+// An order with what the record reads of it: its texts, numbers, goods,
+// phone numbers, plan and receipts.
+struct OrderRow {
+    struct Goods {
+        int32_t id;
+        std::string name, imei;
+        float price, dealPrice;
+    };
+    struct Phone {
+        std::string phone;
+        float price;
+    };
+    struct Receipt {
+        long id;
+        std::string sn, path;
+    };
+    long id;
+    unsigned long type;
+    std::string sn, typeName, customerName, address, cardNumber, pictureHeads, pictureTails, consignee, tel, remarks, ctAddress, areaName,
+        subAreaName, receiptPath;
+    std::string agentName, agentCardNumber, agentAddress, agentHeads, agentTails;
+    double createTime, installDate;
+    float amount;
+    std::vector<Goods> goods;
+    std::vector<Phone> phones;
+    int32_t planID;
+    std::string planName;
+    std::vector<Receipt> receipts;
+};
+
 template <class Row, class Map>
 std::vector<Row> mapRows(const std::string& text, Map map) {
     nlohmann::json page = nlohmann::json::parse(text);
@@ -207,6 +239,49 @@ void NlohmannProductPage(benchmark::State& state) {
     measure(state, [](const std::string& text) {
         return mapRows<ProductRow>(text, [](const nlohmann::json& r) {
             return ProductRow{static_cast<int32_t>(number(r, "ID")), textOf(r, "Name"), textOf(r, "IMEI"), textOf(r, "Picture"), number(r, "Price")};
+        });
+    });
+}
+
+void NlohmannOrderPage(benchmark::State& state) {
+    measure(state, [](const std::string& text) {
+        return mapRows<OrderRow>(text, [](const nlohmann::json& r) {
+            OrderRow o{};
+            o.id = static_cast<long>(number(r, "ID"));
+            o.type = static_cast<unsigned long>(number(r, "Type"));
+            o.sn = textOf(r, "SN");
+            o.typeName = textOf(r, "TypeName");
+            o.customerName = textOf(r, "CTUserName");
+            o.address = textOf(r, "Address");
+            o.cardNumber = textOf(r, "CTCardNumber");
+            o.pictureHeads = textOf(r, "CTPictureHeads");
+            o.pictureTails = textOf(r, "CTPictureTails");
+            o.agentName = textOf(r, "AgentCTUserName");
+            o.agentCardNumber = textOf(r, "AgentCTCardNumber");
+            o.agentAddress = textOf(r, "AgentCTAddress");
+            o.agentHeads = textOf(r, "AgentCTPictureHeads");
+            o.agentTails = textOf(r, "AgentCTPictureTails");
+            o.consignee = textOf(r, "Consignee");
+            o.tel = textOf(r, "Tel");
+            o.remarks = textOf(r, "Remarks");
+            o.ctAddress = textOf(r, "CTAddress");
+            o.areaName = textOf(r, "AreaName");
+            o.subAreaName = textOf(r, "SubAreaName");
+            o.receiptPath = textOf(r, "ReceiptPath");
+            o.createTime = number(r, "CreateTime");
+            o.installDate = number(r, "InstallDate");
+            o.amount = number(r, "Amount");
+            for (const nlohmann::json& g : r.value("GoodsInfo", nlohmann::json::array()))
+                o.goods.push_back({static_cast<int32_t>(number(g, "GoodsID")), textOf(g, "GoodsName"), textOf(g, "IMEI"),
+                                   number(g, "ReferencePrice"), number(g, "Price")});
+            for (const nlohmann::json& p : r.value("PhoneInfo", nlohmann::json::array())) o.phones.push_back({textOf(p, "Phone"), number(p, "Price")});
+            if (auto plans = r.find("PlanInfo"); plans != r.end() && !plans->empty()) {
+                o.planID = static_cast<int32_t>(number(plans->front(), "PlanID"));
+                o.planName = textOf(plans->front(), "PlanName");
+            }
+            for (const nlohmann::json& c : r.value("ReceiptArr", nlohmann::json::array()))
+                o.receipts.push_back({static_cast<long>(number(c, "ID")), textOf(c, "SN"), textOf(c, "CRMXML")});
+            return o;
         });
     });
 }
@@ -241,6 +316,8 @@ BENCHMARK(NumberPage)->Apply([](auto* b) { inputs(b, {2, 4}); });
 BENCHMARK(NlohmannNumberPage)->Apply([](auto* b) { inputs(b, {2, 4}); });
 BENCHMARK(ProductPage)->Apply([](auto* b) { inputs(b, {3, 5}); });
 BENCHMARK(NlohmannProductPage)->Apply([](auto* b) { inputs(b, {3, 5}); });
+BENCHMARK(OrderPage)->Apply([](auto* b) { inputs(b, {1}); });
+BENCHMARK(NlohmannOrderPage)->Apply([](auto* b) { inputs(b, {1}); });
 BENCHMARK(DictionaryLookup)->DenseRange(4, 24, 4)->Arg(32)->Arg(41)->Arg(64)->Unit(benchmark::kNanosecond);
 
 } // namespace
@@ -262,6 +339,8 @@ int main(int argc, char** argv) {
         pairs.emplace_back(std::string("ProductPage") + input, std::string("SimdjsonDOM") + input);
         pairs.emplace_back(std::string("ProductPage") + input, std::string("NlohmannProductPage") + input);
     }
+    pairs.emplace_back("OrderPage/1", "SimdjsonDOM/1");
+    pairs.emplace_back("OrderPage/1", "NlohmannOrderPage/1");
     veltrane::bench::RatioReporter reporter(std::move(pairs), "bytes_per_second");
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

@@ -50,7 +50,7 @@ std::vector<Step> demoSteps() {
              for (const Tag& tag : *tags.result) t.line(describeOrNull(tag.title()) + " — " + describeOrNull(tag.content()));
          }},
     };
-    for (auto part : {catalogueSteps, customerSteps, documentSteps})
+    for (auto part : {catalogueSteps, customerSteps, documentSteps, orderSteps})
         for (Step& s : part()) steps.push_back(std::move(s));
     return steps;
 }

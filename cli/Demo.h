@@ -34,6 +34,7 @@ struct Sale {
     std::optional<Area> district;
     std::optional<Address> address;
     std::optional<ServiceTime> installation;
+    std::optional<Value> orderCustomer;  // the submitted order's customer
 };
 
 class Transcript {
@@ -74,6 +75,7 @@ std::vector<Step> demoSteps();
 std::vector<Step> catalogueSteps();
 std::vector<Step> customerSteps();
 std::vector<Step> documentSteps();
+std::vector<Step> orderSteps();
 
 // Display helpers the steps share.
 std::string text(const std::optional<Value>& v);        // a value as text; "(none)" for nothing

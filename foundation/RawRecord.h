@@ -24,8 +24,9 @@ public:
 
 protected:
     RawRecord() = default;  // a new, empty, writable dictionary
-    RawRecord(const Dictionary& dictionary, Keeps keeps) { keep(dictionary, keeps); }
-    void keep(const Dictionary& dictionary, Keeps keeps) { raw_ = keeps == Keeps::copy ? dictionary.mutableCopy() : dictionary; }
+    RawRecord(const Dictionary& dictionary, Keeps keeps) : raw_(kept(dictionary, keeps)) {}
+    void keep(const Dictionary& dictionary, Keeps keeps) { raw_ = kept(dictionary, keeps); }
+    static Dictionary kept(const Dictionary& dictionary, Keeps keeps) { return keeps == Keeps::copy ? dictionary.mutableCopy() : dictionary; }
 
     std::optional<std::string> text(std::string_view key) const { return raw_.optString(key); }
     // Stores the text, or removes the key for nothing. Throws ValueError on a

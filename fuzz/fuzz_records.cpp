@@ -72,6 +72,7 @@ const std::vector<Operation>& operations() {
         [] { Agreement::createSheetWithSN("SN", {Value(1), Value("2")}, any<std::vector<std::string>>()); },
         [] { Printer::listPrinterOfCompany(1, any<std::vector<Printer>>()); },
         [] { Printer::sendPrintRequestOfOrderID(1, 1, 1, anyFlag()); },
+        [] { Order::listWithStatus(1, 1, 7, std::string("张"), 1, any<DataPage<Order>>()); },
     };
     return all;
 }
@@ -98,6 +99,14 @@ void buildEveryRecord(const Value& v) {
     build<Printer>(v);
     build<ActionFormOrderSubmitResult>(v);
     build<ReceiptSet>(v);
+    if (const Dictionary* d = v.dictionaryIf()) {
+        try {
+            Order order(*d);  // and sent back in the outgoing format
+            (void)order.totalPrice();
+            Order::postOrderInfo(order, 1, 7, anyFlag());
+        } catch (const ValueError&) {
+        }
+    }
     if (const Dictionary* d = v.dictionaryIf()) {
         Receipt receipt(*d);
         (void)receipt.showingPath();
@@ -138,10 +147,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (const JSONError&) {
         return 0;
     }
-    buildEveryRecord(reply);
     // The first byte says whether the gateway reports success.
     bool success = data[0] & 1;
     setup.transport->setHandler([&](const MemoryTransport::Request&) { return MemoryTransport::Reply{success, "fuzz", reply}; });
+    buildEveryRecord(reply);  // an order read from the reply is submitted too
     for (const Operation& operation : operations()) {
         try {
             operation();
@@ -149,6 +158,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             // An unguarded reply handler lets a conversion failure out.
         }
     }
+    // The handler sees this call's reply: it must not outlive it.
+    setup.transport->setHandler([](const MemoryTransport::Request&) { return MemoryTransport::Reply{false, "fuzz", Value()}; });
     setup.transport->clear();
     return 0;
 }

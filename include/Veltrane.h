@@ -44,6 +44,7 @@
 #include "veltrane/customer/Person.h"
 #include "veltrane/customer/ServiceTime.h"
 #include "veltrane/orders/ActionFormOrderSubmitResult.h"
+#include "veltrane/orders/Order.h"
 #include "veltrane/documents/Agreement.h"
 #include "veltrane/documents/Printer.h"
 #include "veltrane/documents/Receipt.h"

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <ctime>
 #include <variant>
 
 #include "veltrane/foundation/JSON.h"
@@ -219,22 +220,92 @@ Answer lock(std::set<std::string>& locks, const Array& pool, const char* key, co
     return Answer::success(Value(), locking ? "锁定成功" : "解锁成功");
 }
 
+// What a field of a nested list of an order must be.
+enum class FieldKind { integer, textOrNull };
+
+struct NestedField {
+    const char* name;
+    FieldKind kind;
+};
+
+// Checks a nested list of a catalogue order (GoodsInfo, PlanInfo, PhoneInfo):
+// JSON text of a non-empty array of objects holding exactly the given fields,
+// of their kinds (one object when exactlyOne). The first problem, named.
+std::optional<std::string> checkNested(const Call& c, const char* key, bool exactlyOne, std::initializer_list<NestedField> fields) {
+    if (!c.has(key)) return std::nullopt;
+    Value list = c.json(key);
+    std::string k = key;
+    if (!list.isArray() || list.asArray().empty()) return "参数格式错误: " + k + " 应为非空数组";
+    if (exactlyOne && list.asArray().size() != 1) return "参数格式错误: " + k + " 应只有一个元素";
+    for (size_t i = 0; i < list.asArray().size(); ++i) {
+        std::string at = k + "[" + std::to_string(i) + "]";
+        const Dictionary* item = list.asArray()[i].dictionaryIf();
+        if (!item) return "参数格式错误: " + at + " 应为对象";
+        for (const NestedField& f : fields) {
+            const Value* v = item->find(f.name);
+            if (!v) return "缺少参数: " + at + "." + f.name;
+            bool integer = v->isNumber() && !v->asNumber().isFloating();
+            if (f.kind == FieldKind::integer && !integer) return "参数格式错误: " + at + "." + f.name + " 应为整数";
+            if (f.kind == FieldKind::textOrNull && !v->isString() && !v->isNull()) return "参数格式错误: " + at + "." + f.name + " 应为文本";
+        }
+        for (const auto& entry : *item) {
+            std::string_view name = entry.first;
+            if (std::none_of(fields.begin(), fields.end(), [&](const NestedField& f) { return name == f.name; }))
+                return "未知参数: " + at + "." + std::string(name);
+        }
+    }
+    return std::nullopt;
+}
+
 Answer createCatalogueOrder(const Call& c, State& s) {
-    long id = c.has("OrderID") ? static_cast<long>(c.number("OrderID")) : s.nextOrderID++;
-    std::string sn = "SN20261121" + std::to_string(id);
+    using F = FieldKind;
+    for (auto problem : {checkNested(c, "GoodsInfo", false, {{"GoodsID", F::integer}, {"GoodsName", F::textOrNull}, {"IMEI", F::textOrNull},
+                                                              {"ReferencePrice", F::integer}, {"Price", F::integer}}),
+                         checkNested(c, "PlanInfo", true, {{"PlanID", F::integer}, {"PlanName", F::textOrNull}}),
+                         checkNested(c, "PhoneInfo", false, {{"Phone", F::textOrNull}, {"Price", F::integer}, {"UIM", F::textOrNull}})})
+        if (problem) return Answer::failure(*problem);
+    if (c.integer("Type") < 0) return Answer::failure("参数格式错误: Type 应为非负整数");
+    if (c.has("OrderID") && c.number("OrderID") < 1) return Answer::failure("参数格式错误: OrderID 应为正数");
+
+    // An order sent again (with its OrderID) replaces the stored one.
+    Array orders = s.list("orders");
+    std::optional<size_t> replaced;
+    long id = s.nextOrderID;
+    if (c.has("OrderID")) {
+        id = static_cast<long>(c.number("OrderID"));
+        for (size_t i = 0; i < orders.size(); ++i)
+            if (orders[i].asDictionary().optLong("ID") == id) replaced = i;
+        if (!replaced) return Answer::failure("订单不存在: " + std::to_string(id));
+    } else {
+        ++s.nextOrderID;
+    }
+    std::string sn = replaced ? orders[*replaced].asDictionary().optString("SN").value_or("") : "SN20261121" + std::to_string(id);
+    auto areaTitle = [&](const char* key) {
+        auto area = findBy(s.list("areas"), "ID", c.integer(key));
+        return area ? area->valueOrNull("Title") : Value();
+    };
+    long type = c.integer("Type");
     Dictionary order{{"ID", id}, {"SN", sn}, {"Status", 1}, {"UserID", c.integer("UserID")}, {"CompanyID", c.integer("CompanyID")},
-                     {"Type", c.integer("Type")}, {"TypeName", c.integer("Type") == 2 ? "购机" : "新装"}, {"CreateTime", 1763700000L}};
+                     {"Type", type}, {"TypeName", type == 1 ? "新装" : type == 2 ? "购机" : "其他"},
+                     {"CreateTime", static_cast<long>(std::time(nullptr))}};
+    // Texts in the incoming format; what came empty (JSON null goes as an
+    // empty value) comes back as null.
     for (const char* key : {"CTUserName", "CTCardNumber", "CTPictureHeads", "CTPictureTails", "AgentCTUserName", "AgentCTAddress",
-                            "AgentCTCardNumber", "AgentCTPictureHeads", "AgentCTPictureTails", "CTAddress", "Consignee",
-                            "Address", "Tel", "Remarks"})
-        order.set(key, c.has(key) && !c.text(key).empty() ? Value(c.text(key)) : Value());
+                            "AgentCTCardNumber", "AgentCTPictureHeads", "AgentCTPictureTails", "CTAddress", "Consignee", "Address", "Tel", "Remarks"})
+        order.set(key, c.text(key).empty() ? Value() : Value(c.text(key)));
     order.set("Amount", c.integer("Amount"));
+    order.set("ReferenceAmount", c.integer("ReferenceAmount"));
+    order.set("AreaName", areaTitle("CTCityID"));
+    order.set("SubAreaName", areaTitle("CTAreaID"));
     if (c.has("InstallDate")) order.set("InstallDate", c.number("InstallDate"));
     for (const char* key : {"GoodsInfo", "PhoneInfo", "PlanInfo"})
         if (c.has(key)) order.set(key, c.json(key));
+    long receiptID = s.nextReceiptID++;
+    order.set("ReceiptArr", Array{Dictionary{{"ID", receiptID}, {"SN", sn}, {"CRMXML", "/receipts/" + sn + ".pdf"}, {"Note", "业务受理单"}}});
     for (const Value& phone : order.optArray("PhoneInfo").value_or(Array())) s.lockedPhones.erase(phone.asDictionary().optString("Phone").value_or(""));
-    s.list("orders").push_back(order);
-    return Answer::success(Dictionary{{"ID", id}, {"SN", sn}}, "订单提交成功");
+    if (replaced) orders.set(*replaced, order);
+    else orders.push_back(order);
+    return Answer::success(Dictionary{{"ID", id}, {"SN", sn}}, replaced ? "订单已重新提交" : "订单提交成功");
 }
 
 Answer createActionOrder(const Call& c, State& s) {

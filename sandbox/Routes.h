@@ -52,6 +52,7 @@ struct State {
     long nextChatID = 100;
     long nextPushID = 100;
     long nextCardID = 100;
+    long nextReceiptID = 9001;
 
     Array list(const char* name);  // the seed's list under name (created when absent)
 };
