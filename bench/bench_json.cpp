@@ -146,7 +146,10 @@ DataPage<Record> recordsOf(const std::string& text) {
 }
 void NumberPage(benchmark::State& state) { measure(state, recordsOf<NumberInfo>); }
 void ProductPage(benchmark::State& state) { measure(state, recordsOf<ProductInfo>); }
-void OrderPage(benchmark::State& state) { measure(state, recordsOf<Order>); }
+void OrderPage(benchmark::State& state) {
+    measure(state, recordsOf<Order>);
+    state.counters["orders"] = static_cast<double>(recordsOf<Order>(input(static_cast<int>(state.range(0)))).data()->size());
+}
 
 // ---- Peers ------------------------------------------------------------------------------
 
