@@ -1,11 +1,13 @@
 // The demo's driver and the foundation's steps.
 #include "cli/Demo.h"
 
+#include <atomic>
 #include <iostream>
 
 #include "sandbox/Sandbox.h"
 #include "veltrane/foundation/Await.h"
 #include "veltrane/foundation/JSON.h"
+#include "veltrane/foundation/Log.h"
 #include "veltrane/foundation/Server.h"
 #include "veltrane/foundation/Tag.h"
 #include "veltrane/platform/HTTPTransport.h"
@@ -50,12 +52,17 @@ std::vector<Step> demoSteps() {
              for (const Tag& tag : *tags.result) t.line(describeOrNull(tag.title()) + " — " + describeOrNull(tag.content()));
          }},
     };
-    for (auto part : {catalogueSteps, customerSteps, documentSteps, orderSteps})
+    for (auto part : {catalogueSteps, customerSteps, orderSteps, actionSteps, documentSteps})
         for (Step& s : part()) steps.push_back(std::move(s));
     return steps;
 }
 
-int runDemo(const std::string& server, std::ostream& out) {
+int runDemo(const std::string& server, std::ostream& out, bool verbose) {
+    // The library's own log lines would cut through the transcript: they are
+    // counted, and shown on standard error only when asked for.
+    std::atomic<size_t> heldBack{0};
+    LogSink previousSink;
+    if (!verbose) previousSink = setLogSink([&](std::string_view) { ++heldBack; });
     std::optional<sandbox::Sandbox> embedded;
     std::string address = server;
     if (address.empty()) {
@@ -85,6 +92,10 @@ int runDemo(const std::string& server, std::ostream& out) {
     }
     Server::setTransport(nullptr);
     Account::signOut();
+    if (!verbose) {
+        setLogSink(previousSink);
+        out << "(" << heldBack << " lines of the library's log held back; --verbose shows them)\n";
+    }
     return transcript.ok() ? 0 : 1;
 }
 

@@ -20,6 +20,7 @@
 #include "veltrane/customer/IDCardInfo.h"
 #include "veltrane/customer/ServiceTime.h"
 #include "veltrane/foundation/Await.h"
+#include "veltrane/orders/ActionFormOrderSubmitResult.h"
 
 namespace veltrane::cli {
 
@@ -35,6 +36,7 @@ struct Sale {
     std::optional<Address> address;
     std::optional<ServiceTime> installation;
     std::optional<Value> orderCustomer;  // the submitted order's customer
+    std::optional<ActionFormOrderSubmitResult> actionOrder;  // the business action submitted
 };
 
 class Transcript {
@@ -74,16 +76,17 @@ struct Step {
 std::vector<Step> demoSteps();
 std::vector<Step> catalogueSteps();
 std::vector<Step> customerSteps();
-std::vector<Step> documentSteps();
 std::vector<Step> orderSteps();
+std::vector<Step> actionSteps();
+std::vector<Step> documentSteps();
 
 // Display helpers the steps share.
 std::string text(const std::optional<Value>& v);        // a value as text; "(none)" for nothing
 std::string text(const std::optional<std::string>& v);  // "(none)" for nothing
 
 // Runs every step against server (the embedded sandbox when empty), through
-// the HTTP transport. Returns the process's exit status: 0 when every step
-// succeeded, 1 otherwise.
-int runDemo(const std::string& server, std::ostream& out);
+// the HTTP transport; the library's log goes to its sink only when verbose.
+// Returns the process's exit status: 0 when every step succeeded, 1 otherwise.
+int runDemo(const std::string& server, std::ostream& out, bool verbose = false);
 
 } // namespace veltrane::cli

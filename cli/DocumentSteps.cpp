@@ -1,11 +1,12 @@
-// The demo's document steps: an order's agreements ticked and their sheets
-// made, a receipt printed, and the customer's signed copy uploaded with its
-// progress shown, the receipt's display path before and after.
+// The demo's document steps, on the business action's order: its agreements
+// ticked and their sheets made, its receipt printed, and the customer's
+// signed copy uploaded with its progress shown, the receipt's display path
+// before and after.
 #include "cli/Demo.h"
 #include "veltrane/documents/Agreement.h"
 #include "veltrane/documents/Printer.h"
 #include "veltrane/documents/Receipt.h"
-#include "veltrane/foundation/RequestPattern.h"
+#include "veltrane/orders/ActionFormOrderDetail.h"
 #include "veltrane/platform/Dispatch.h"
 
 namespace veltrane::cli {
@@ -13,8 +14,6 @@ namespace veltrane::cli {
 namespace {
 
 constexpr int32_t kCompany = 1;
-constexpr const char* kOrderSN = "AF20261120001";  // an action-form order of the seed
-constexpr long kOrderID = 7001;
 
 // A signed copy as the signing pad makes it: a PDF of some size.
 std::string signedPdf() {
@@ -24,26 +23,25 @@ std::string signedPdf() {
 }
 
 // The order's first receipt, as the server has it now.
-std::optional<Receipt> firstReceipt(Transcript& t) {
-    auto detail = await<Value>([](auto done) {
-        reply::get("getOrderInfo", Dictionary{{"orderid", static_cast<double>(kOrderID)}}, reply::dataOnSuccess(done));
-    });
+std::optional<Receipt> firstReceipt(const ActionFormOrderSubmitResult& order, Transcript& t) {
+    auto detail = await<ActionFormOrderDetail>([&](auto done) { ActionFormOrderDetail::getDetailOfOrder(order.ID(), done); });
     if (!received(t, "getOrderInfo", detail)) return std::nullopt;
-    const Dictionary* reply = detail.result->dictionaryIf();
-    std::optional<Array> receipts = reply ? reply->optArray("Receipt") : std::nullopt;
-    if (!receipts || receipts->empty() || !(*receipts)[0].isDictionary()) {
+    const std::optional<std::vector<Receipt>>& receipts = detail.result->receipts();
+    if (!receipts || receipts->empty()) {
         t.line("the order has no receipt");
         return std::nullopt;
     }
-    return detach(Receipt((*receipts)[0].asDictionary()));
+    return detach(receipts->front());
 }
 
 } // namespace
 
 std::vector<Step> documentSteps() {
     return {
-        {"Agreements of an order, ticked, and their sheets", [](Sale&, Transcript& t) {
-             auto agreements = await<std::vector<Agreement>>([](auto done) { Agreement::listWithSN(kOrderSN, done); });
+        {"Agreements of the order, ticked, and their sheets", [](Sale& sale, Transcript& t) {
+             if (!t.needs(sale.actionOrder && sale.actionOrder->SN(), "the action-form order")) return;
+             std::string SN = *sale.actionOrder->SN();
+             auto agreements = await<std::vector<Agreement>>([&](auto done) { Agreement::listWithSN(SN, done); });
              if (!received(t, "getAgreementList", agreements)) return;
              std::vector<Value> ticked;
              for (Agreement& a : *agreements.result) {
@@ -51,21 +49,26 @@ std::vector<Step> documentSteps() {
                  ticked.emplace_back(a.ID());
                  t.line(std::string(a.checked() ? "[x] " : "[ ] ") + text(a.name()));
              }
-             auto sheets = await<std::vector<std::string>>([&](auto done) { Agreement::createSheetWithSN(kOrderSN, ticked, done); });
+             auto sheets = await<std::vector<std::string>>([&](auto done) { Agreement::createSheetWithSN(SN, ticked, done); });
              if (!received(t, "createAgreementSheet", sheets)) return;
              for (const std::string& sheet : *sheets.result) t.line("sheet " + sheet);
          }},
-        {"Print servers and a print request", [](Sale&, Transcript& t) {
+        {"Print servers and a print request", [](Sale& sale, Transcript& t) {
              auto printers = await<std::vector<Printer>>([](auto done) { Printer::listPrinterOfCompany(kCompany, done); });
              if (!received(t, "getPrintServer", printers)) return;
              for (const Printer& p : *printers.result) t.line("#" + std::to_string(p.ID()) + " " + text(p.Name()));
              if (printers.result->empty()) return t.line("no printer to send to");
-             auto sent = awaitFlag([&](auto done) { Printer::sendPrintRequestOfOrderID(kOrderID, printers.result->front().ID(), 811, done); });
+             if (!t.needs(sale.actionOrder.has_value(), "the action-form order")) return;
+             const ActionFormOrderSubmitResult& order = *sale.actionOrder;
+             auto sent = awaitFlag([&](auto done) {
+                 Printer::sendPrintRequestOfOrderID(order.ID(), printers.result->front().ID(), order.recID(), done);
+             });
              if (!sent.success) return t.failed("addprintlist", sent.message);
-             t.line("receipt 811 sent to " + text(printers.result->front().Name()) + ": " + text(sent.message));
+             t.line("receipt " + std::to_string(order.recID()) + " sent to " + text(printers.result->front().Name()) + ": " + text(sent.message));
          }},
-        {"The customer's signed copy, uploaded", [](Sale&, Transcript& t) {
-             std::optional<Receipt> receipt = firstReceipt(t);
+        {"The customer's signed copy, uploaded", [](Sale& sale, Transcript& t) {
+             if (!t.needs(sale.actionOrder.has_value(), "the action-form order")) return;
+             std::optional<Receipt> receipt = firstReceipt(*sale.actionOrder, t);
              if (!t.needs(receipt.has_value(), "the order's receipt")) return;
              t.line("shown from " + text(receipt->showingPath()));
              std::optional<std::pair<bool, std::optional<std::string>>> outcome;
@@ -77,7 +80,7 @@ std::vector<Step> documentSteps() {
              if (!outcome) return t.failed("common/upload", std::string("no answer within 60 s"));
              if (!outcome->first) return t.failed("common/upload", outcome->second);
              t.line(text(outcome->second));
-             if (std::optional<Receipt> after = firstReceipt(t)) t.line("now shown from " + text(after->showingPath()));
+             if (std::optional<Receipt> after = firstReceipt(*sale.actionOrder, t)) t.line("now shown from " + text(after->showingPath()));
          }},
     };
 }

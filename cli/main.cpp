@@ -256,6 +256,8 @@ int main(int argc, char** argv) {
     std::string demoServer;
     CLI::App* demoApp = app.add_subcommand("demo", "Walk a counter sale through the library, against a server or a sandbox started in-process");
     demoApp->add_option("--server", demoServer, "The dealer server's base address (default: an embedded sandbox)");
+    bool demoVerbose = false;
+    demoApp->add_flag("--verbose", demoVerbose, "Show the library's log lines on standard error");
 
     auto known = [&](const std::string& name) {
         std::vector<CLI::App*> all = app.get_subcommands([](CLI::App*) { return true; });
@@ -274,7 +276,7 @@ int main(int argc, char** argv) {
         if (sandboxApp->parsed()) return sandboxCommand(sandboxArgs);
         if (callApp->parsed()) return callCommand(callArgs);
         if (uploadApp->parsed()) return uploadCommand(uploadArgs);
-        if (demoApp->parsed()) return cli::runDemo(demoServer, std::cout);
+        if (demoApp->parsed()) return cli::runDemo(demoServer, std::cout, demoVerbose);
     } catch (const std::invalid_argument& e) {
         std::cerr << "veltrane: " << e.what() << '\n';
         return kUsage;

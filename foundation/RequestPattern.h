@@ -133,18 +133,32 @@ Handler convertListNonArrayIsNothing(ResultCallback<std::vector<R>> callback) {
 // fails the whole call. Absent data is an empty list. Elements for which skip
 // returns true are left out.
 template <class R>
+std::vector<R> strictElements(const Value& data, const std::function<bool(const Value&)>& skip = {}) {
+    std::vector<R> records;
+    size_t index = 0;
+    forEachElement(data, [&](const Value& element) {
+        locatedAtElement("", index++, [&] {
+            if (!skip || !skip(element)) records.push_back(R(element.asDictionary()));
+        });
+    });
+    return records;
+}
+
+template <class R>
 Handler loopList(ResultCallback<std::vector<R>> callback, std::function<bool(const Value&)> skip = {}) {
     return handle(std::move(callback), Guard::on, [skip = std::move(skip)](auto& message, auto& data) {
-        std::vector<R> records;
-        if (data) {
-            size_t index = 0;
-            forEachElement(*data, [&](const Value& element) {
-                locatedAtElement("", index++, [&] {
-                    if (!skip || !skip(element)) records.push_back(R(element.asDictionary()));
-                });
-            });
-        }
-        return Delivery<std::vector<R>>{true, message, std::move(records)};
+        return Delivery<std::vector<R>>{true, message, data ? strictElements<R>(*data, skip) : std::vector<R>()};
+    });
+}
+
+// Strict list of data that must be an array; anything else gives
+// (false, failureMessage, nothing), the gateway's message dropped. Unguarded:
+// a bad element's ValueError leaves the completion.
+template <class R>
+Handler checkedList(ResultCallback<std::vector<R>> callback, std::string failureMessage) {
+    return handle(std::move(callback), Guard::off, [failureMessage = std::move(failureMessage)](auto& message, auto& data) {
+        if (!data || !data->isArray()) return Delivery<std::vector<R>>{false, failureMessage, std::nullopt};
+        return Delivery<std::vector<R>>{true, message, strictElements<R>(*data)};
     });
 }
 
@@ -192,6 +206,20 @@ Handler codedRecord(ResultCallback<R> callback) {
         if (reply.optInt("code") == 0) return Delivery<R>{true, message, std::nullopt};
         return Delivery<R>{true, message, locatedAt("data", [&] { return R(dictionaryOf(reply.find("data"))); })};
     });
+}
+
+// A value sent as one parameter of compact JSON text. When JSON cannot hold
+// it (NaN, an infinity, text that is not UTF-8) the completion gets (false,
+// the writer's message, nothing) at once and the result is nothing: the
+// caller then sends no request.
+template <class T>
+std::optional<std::string> jsonParameter(const Value& value, const ResultCallback<T>& callback) {
+    try {
+        return writeJSON(value);
+    } catch (const JSONError& e) {
+        callback(false, std::string(e.what()), std::nullopt);
+        return std::nullopt;
+    }
 }
 
 // The value under key of the data, as it stands.

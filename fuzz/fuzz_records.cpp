@@ -73,6 +73,15 @@ const std::vector<Operation>& operations() {
         [] { Printer::listPrinterOfCompany(1, any<std::vector<Printer>>()); },
         [] { Printer::sendPrintRequestOfOrderID(1, 1, 1, anyFlag()); },
         [] { Order::listWithStatus(1, 1, 7, std::string("张"), 1, any<DataPage<Order>>()); },
+        [] { Action::list(any<std::vector<Action>>()); },
+        [] { FormAction::listWithUserID(7, 1, any<std::vector<FormAction>>()); },
+        [] { FormInput::listInputsWithAction(2, any<std::vector<FormInput>>()); },
+        [] { ActionFormItem::listItemsForAction(2, any<std::vector<ActionFormItem>>()); },
+        [] { ActionFormOrder::listTodaysOrders(any<std::vector<ActionFormOrder>>()); },
+        [] { ActionFormOrder::checkOrderIsAccepting(std::string("AF1"), anyFlag()); },
+        [] { ActionFormOrder::updateOrder(std::string("AF1"), 5, std::nullopt, any<Value>()); },
+        [] { ActionFormOrderDetail::getDetailOfOrder(7001, any<ActionFormOrderDetail>()); },
+        [] { AutoFormOrder::getOrderWithID(7001, any<AutoFormOrder>()); },
     };
     return all;
 }
@@ -106,6 +115,28 @@ void buildEveryRecord(const Value& v) {
             Order::postOrderInfo(order, 1, 7, anyFlag());
         } catch (const ValueError&) {
         }
+    }
+    build<FormAction>(v);
+    build<FormInput>(v);
+    build<ActionFormItem>(v);
+    build<ActionFormData>(v);
+    build<AutoFormOrder>(v);
+    if (const Dictionary* d = v.dictionaryIf()) {
+        try {
+            ActionFormOrder order(*d);
+            (void)order.copyActionList();
+            (void)order.getAllActionsName();
+            (void)ActionFormOrderRecord(*d).statusName();
+            ActionFormOrderDetail detail(*d);
+            (void)detail.order().getAllActionsName();
+            Action action(*d);
+            action.setPrice(action.price() * 3.5f);
+        } catch (const ValueError&) {
+        }
+        // Whatever the reply holds is submitted back as it stands.
+        ActionFormOrder::post(v, any<ActionFormOrderSubmitResult>());
+        ActionFormOrder::postUpdateData(v, any<Value>());
+        AutoFormOrder::postOrderWithJsonObject(v, any<Value>());
     }
     if (const Dictionary* d = v.dictionaryIf()) {
         Receipt receipt(*d);

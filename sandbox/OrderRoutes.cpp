@@ -1,6 +1,7 @@
 // The orders' APIs: catalogue orders (checked strictly and stored), the
 // action menu and forms, and action-form orders through their lifecycle.
 #include <algorithm>
+#include <cmath>
 #include <ctime>
 
 #include "sandbox/Handlers.h"
@@ -98,22 +99,169 @@ Answer createCatalogueOrder(const Call& c, State& s) {
     return Answer::success(Dictionary{{"ID", id}, {"SN", sn}}, replaced ? "订单已重新提交" : "订单提交成功");
 }
 
+// ---- Action-form orders ---------------------------------------------------------
+
+constexpr long kChinaOffset = 8 * 3600;
+
+long now() { return static_cast<long>(std::time(nullptr)); }
+
+// The day of a time in China, as a number of days since 1970.
+long chinaDay(long seconds) { return (seconds + kChinaOffset) / 86400; }
+
+// "20261121" for today in China.
+std::string chinaDate() {
+    std::time_t t = now() + kChinaOffset;
+    std::tm day{};
+    gmtime_r(&t, &day);
+    char text[16];
+    std::strftime(text, sizeof text, "%Y%m%d", &day);
+    return text;
+}
+
+bool scalar(const Value& v) { return !v.isArray() && !v.isDictionary(); }
+
+// The keys of an order's info that only the server writes.
+bool reserved(std::string_view key) {
+    return key == "ID" || key == "SN" || key == "Status" || key == "CreateTime" || key == "UserID" || key == "CompanyID";
+}
+
+// A form field that must be filled in: "required" true or the text "true".
+bool mandatory(const Dictionary& field) {
+    const Value* r = field.find("required");
+    return r && ((r->isBool() && r->asBool()) || (r->isString() && r->asString() == "true"));
+}
+
+bool filled(const Value* v) { return v && !v->isNull() && !(v->isString() && v->asString().empty()); }
+
+// The user's and their company's names, for the processing history.
+std::pair<Value, Value> whoIs(State& s, long userID) {
+    auto user = findBy(s.list("users"), "ID", userID);
+    return {user ? user->valueOrNull("Name") : Value(), s.seed.optDictionary("company").valueOrNull("Name")};
+}
+
+Dictionary historyStep(State& s, long userID, long status, Value remarks) {
+    auto [user, company] = whoIs(s, userID);
+    return Dictionary{{"CreateTime", now()}, {"Remarks", std::move(remarks)}, {"UserName", user}, {"CompanyName", company}, {"Status", status}};
+}
+
+// The subscriber's data as the customer-relationship system would hold it.
+Dictionary crmOf(const Dictionary& info) {
+    Dictionary crm;
+    const std::pair<const char*, const char*> keys[] = {{"CustomerName", "CustomerName"}, {"IdentityNumber", "CustomerIdentity"},
+                                                        {"AccountNumber", "AccountNumber"}, {"AreaCode", "AreaCode"},
+                                                        {"NumberTypeID", "NumberTypeID"},   {"NumberTypeName", "NumberTypeName"}};
+    for (auto [to, from] : keys)
+        if (auto text = info.optString(from)) crm.set(to, *text);
+    return crm;
+}
+
+// The screens' order: scalars for the order's info and, under "data", the
+// forms: [{"action": {"ID": n, ...}, "fields": {...}}, ...]. Checked against
+// the menu and each action's form (its required fields filled in, here or
+// among the scalars); the first problem, named.
+std::optional<std::string> checkActionOrder(const Value& order, State& s) {
+    const Dictionary* d = order.dictionaryIf();
+    if (!d) return "订单内容错误: data 应为对象";
+    for (auto [key, v] : *d) {
+        if (reserved(key)) return "不可指定: data." + std::string(key);
+        if (key != "data" && !scalar(v)) return "订单内容错误: data." + std::string(key) + " 应为文本或数字";
+    }
+    std::optional<Array> forms = d->optArray("data");
+    if (!forms || forms->empty()) return std::string("订单内容错误: data.data 应为非空数组");
+    for (size_t i = 0; i < forms->size(); ++i) {
+        std::string at = "data.data[" + std::to_string(i) + "]";
+        const Dictionary* form = (*forms)[i].dictionaryIf();
+        if (!form) return "订单内容错误: " + at + " 应为对象";
+        Dictionary action = form->optDictionary("action");
+        const Value* id = action.find("ID");
+        if (!id || !id->isNumber() || id->asNumber().isFloating()) return "订单内容错误: " + at + ".action.ID 应为整数";
+        if (!findBy(s.list("actions"), "ID", *id)) return "业务不存在: " + at + ".action.ID = " + writeJSON(*id);
+        const Value* fields = form->find("fields");
+        if (fields && !fields->isDictionary()) return "订单内容错误: " + at + ".fields 应为对象";
+        Dictionary given = fields ? fields->asDictionary() : Dictionary();
+        for (auto [key, v] : given)
+            if (reserved(key)) return "不可指定: " + at + ".fields." + std::string(key);
+        for (const Value& f : s.seed.optDictionary("actionForms").optArray(writeJSON(*id)).value_or(Array())) {
+            const Dictionary& field = f.asDictionary();
+            std::string key = field.optString("key").value_or("");
+            if (mandatory(field) && !filled(given.find(key)) && !filled(d->find(key)))
+                return "缺少必填项: " + at + ".fields." + key + " (" + field.optString("label").value_or("") + ")";
+        }
+    }
+    return std::nullopt;
+}
+
 Answer createActionOrder(const Call& c, State& s) {
-    Value form = c.json("data");
+    Value order = c.json("data");
+    if (auto problem = checkActionOrder(order, s)) return Answer::failure(*problem);
+    long userID = static_cast<long>(c.number("userid"));
+    if (!findBy(s.list("users"), "ID", userID)) return Answer::failure("用户不存在: " + c.text("userid"));
+
     long id = s.nextActionOrderID++;
-    std::string sn = "AF20261121" + std::to_string(id);
-    Dictionary info{{"ID", id}, {"SN", sn}, {"CreateTime", 1763700000L}, {"Status", 1}, {"TemplateType", 1}, {"Amount", 0}};
-    if (const Dictionary* d = form.dictionaryIf())
-        for (const auto& [k, v] : *d)
-            if (!v.isArray() && !v.isDictionary()) info.set(k, v);
-    s.list("actionOrders").push_back(Dictionary{{"orderInfo", info}, {"data", Array()}, {"Receipt", Array()}, {"Sign", Array()},
-                                                {"Records", Array{Dictionary{{"CreateTime", 1763700000L}, {"Remarks", "受理"},
-                                                                             {"UserName", "李晓明"}, {"CompanyName", "广州市天河区体育西营业厅"}, {"Status", 1}}}},
-                                                {"crmInfo", Dictionary()}});
-    Array agreements = s.list("agreements").copy();
-    return Answer::success(Dictionary{{"ID", id}, {"IsPreProcessAgreement", 1}, {"Path", "/receipts/" + sn + ".pdf"},
-                                      {"RecID", id + 1000}, {"SN", sn}, {"Data", agreements}},
+    std::string sn = "AF" + chinaDate() + std::to_string(id);
+    const Dictionary& screens = order.asDictionary();
+    Dictionary info{{"ID", id}, {"SN", sn}, {"UserID", userID}, {"CompanyID", static_cast<long>(c.number("companyid"))},
+                    {"CreateTime", now()}, {"Status", 1}, {"TemplateType", 1}};
+    Array forms;
+    double amount = 0;
+    for (const Value& f : *screens.optArray("data")) {
+        const Dictionary& form = f.asDictionary();
+        Value id = *form.optDictionary("action").find("ID");
+        Dictionary action = pick(*findBy(s.list("actions"), "ID", id), {"ID", "Name", "Background", "Price", "Remarks", "SN", "Status", "Type", "TypeName"});
+        amount += action.optDouble("Price");
+        Dictionary fields = form.optDictionary("fields").mutableCopy();
+        for (auto [key, v] : fields)
+            if (scalar(v)) info.set(key, v);
+        forms.push_back(Dictionary{{"action", action},
+                                   {"ActionForm", s.seed.optDictionary("actionForms").optArray(writeJSON(id)).value_or(Array()).copy()},
+                                   {"fields", fields}});
+    }
+    for (auto [key, v] : screens)
+        if (key != "data") info.set(key, v);
+    info.set("Amount", amount);
+    long receiptID = s.nextReceiptID++;
+    std::string path = "/receipts/" + sn + ".pdf";
+    s.list("actionOrders").push_back(Dictionary{
+        {"orderInfo", info},
+        {"data", forms},
+        {"Receipt", Array{Dictionary{{"ID", receiptID}, {"SN", sn}, {"CRMXML", path}, {"IsPreProcessAgreement", 1}, {"Note", "业务受理单"}}}},
+        {"Sign", Array()},
+        {"Records", Array{historyStep(s, userID, 1, "受理")}},
+        {"crmInfo", crmOf(info)}});
+    return Answer::success(Dictionary{{"ID", id}, {"IsPreProcessAgreement", 1}, {"Path", path}, {"RecID", receiptID}, {"SN", sn},
+                                      {"Data", s.list("agreements").copy()}},
                            "提交成功");
+}
+
+// The orders still being accepted: pending, with the community, or at the
+// cashier.
+bool accepting(long status) { return status == 1 || status == 2 || status == 5; }
+
+// Changes the info of the order named by "SN": every other key of the object
+// is stored (and the form fields of that key follow); the order's identity,
+// status and history are not the screens' to change.
+Answer updateActionOrder(const Call& c, State& s) {
+    Value update = c.json("data");
+    const Dictionary* d = update.dictionaryIf();
+    if (!d) return Answer::failure("订单内容错误: data 应为对象");
+    std::optional<std::string> sn = d->optString("SN");
+    if (!sn) return Answer::failure("订单内容错误: 缺少 data.SN");
+    auto order = actionOrderWhere(s, "SN", *sn);
+    if (!order) return Answer::failure("订单不存在: " + *sn);
+    for (auto [key, v] : *d) {
+        if (reserved(key) && key != "SN") return Answer::failure("不可修改: data." + std::string(key));
+        if (!scalar(v)) return Answer::failure("订单内容错误: data." + std::string(key) + " 应为文本或数字");
+    }
+    Dictionary info = order->optDictionary("orderInfo");
+    for (auto [key, v] : *d) {
+        info.set(key, v);
+        for (const Value& form : order->optArray("data").value_or(Array())) {
+            Dictionary fields = form.asDictionary().optDictionary("fields");
+            if (fields.contains(key)) fields.set(key, v);
+        }
+    }
+    order->set("crmInfo", crmOf(info));
+    return Answer::success(info, "更新成功");
 }
 
 } // namespace
@@ -155,23 +303,33 @@ std::vector<Route> orderRoutes() {
          }},
         {"getOrderInfo", "GET", {{{"orderid", K::Number}}}, [](const Call& c, State& s) {
              auto order = actionOrderWhere(s, "ID", static_cast<long>(c.number("orderid")));
-             return order ? Answer::success(omit(*order, {"accepting"})) : Answer::failure("订单不存在");
+             return order ? Answer::success(omit(*order, {"accepting"})) : Answer::failure("订单不存在: " + c.text("orderid"));
          }},
         {"listTodayOrderList", "GET", {{}}, [](const Call&, State& s) {
-             Array infos;
-             for (const Value& o : s.list("actionOrders")) infos.push_back(o.asDictionary().optDictionary("orderInfo"));
-             return Answer::success(infos);
+             Array today;
+             Array orders = s.list("actionOrders");
+             for (size_t i = orders.size(); i-- > 0;) {
+                 Dictionary info = orders[i].asDictionary().optDictionary("orderInfo");
+                 if (chinaDay(info.optLong("CreateTime")) == chinaDay(now())) today.push_back(info);
+             }
+             return Answer::success(today);
          }},
         {"chkOrderIsAccept", "GET", {{{"SN", K::Text}}}, [](const Call& c, State& s) {
              auto order = actionOrderWhere(s, "SN", c.text("SN"));
-             if (!order) return Answer::failure("订单不存在");
-             return Answer::success(order->optDictionary("orderInfo").optLong("Status") == 1);
+             if (!order) return Answer::failure("订单不存在: " + c.text("SN"));
+             return Answer::success(accepting(order->optDictionary("orderInfo").optLong("Status")));
          }},
-        {"postUpdateOrder", "POST", {{{"data", K::Json}}}, [](const Call&, State&) { return Answer::success(Value(), "更新成功"); }},
+        {"postUpdateOrder", "POST", {{{"data", K::Json}}}, updateActionOrder},
         {"postUpdateOrderStatus", "POST", {{{"SN", K::Text}, {"Status", K::Number}, {"Remarks", K::Text, false}}}, [](const Call& c, State& s) {
              auto order = actionOrderWhere(s, "SN", c.text("SN"));
-             if (!order) return Answer::failure("订单不存在");
-             order->optDictionary("orderInfo").set("Status", static_cast<long>(c.number("Status")));
+             if (!order) return Answer::failure("订单不存在: " + c.text("SN"));
+             double status = c.number("Status");
+             if (status != std::floor(status) || status < 0 || status > 10) return Answer::failure("参数格式错误: Status 应为 0 到 10 的整数");
+             Dictionary info = order->optDictionary("orderInfo");
+             info.set("Status", static_cast<long>(status));
+             Array history = order->optArray("Records").value_or(Array());
+             history.push_back(historyStep(s, info.optLong("UserID"), static_cast<long>(status), c.has("Remarks") ? Value(c.text("Remarks")) : Value("")));
+             order->set("Records", history);
              return Answer::success(Value(), "状态已更新");
          }},
     };

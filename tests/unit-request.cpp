@@ -77,6 +77,7 @@ const Call kArrayRequired = probe([](Outcome& o) {
 const Call kNullIsEmpty = probe([](Outcome& o) { return reply::convertListNullIsEmpty<Probe>(o.result<std::vector<Probe>>()); });
 const Call kNonArrayIsNothing = probe([](Outcome& o) { return reply::convertListNonArrayIsNothing<Probe>(o.result<std::vector<Probe>>()); });
 const Call kLoop = probe([](Outcome& o) { return reply::loopList<Probe>(o.result<std::vector<Probe>>()); });
+const Call kChecked = probe([](Outcome& o) { return reply::checkedList<Probe>(o.result<std::vector<Probe>>(), "服务器数据错误"); });
 const Call kLoopNonArrayIsEmpty = probe([](Outcome& o) { return reply::loopListNonArrayIsEmpty<Probe>(o.result<std::vector<Probe>>()); });
 const Call kLoopSkipUnnamed = probe([](Outcome& o) {
     return reply::loopList<Probe>(o.result<std::vector<Probe>>(), [](const Value& e) {
@@ -137,6 +138,11 @@ const VariantCase kCases[] = {
     {"loop: failure", kLoop, false, "[]", {"F|M|-"}},
     {"loop non-array is empty: object", kLoopNonArrayIsEmpty, true, R"({"a":1})", {"T|M|[]"}},
     {"loop non-array is empty: list", kLoopNonArrayIsEmpty, true, R"([{"ID":5}])", {"T|M|[5]"}},
+    {"checked: list in order", kChecked, true, R"([{"ID":2},{"ID":1}])", {"T|M|[2,1]"}},
+    {"checked: object fails, the message replaced", kChecked, true, R"({"ID":1})", {"F|服务器数据错误|-"}},
+    {"checked: absent data fails", kChecked, true, nullptr, {"F|服务器数据错误|-"}},
+    {"checked: failure keeps the gateway's message", kChecked, false, "[]", {"F|M|-"}},
+    {"checked: a bad element escapes", kChecked, true, R"([{"ID":1},{"ID":null}])", {"escaped:[1].ID: null has no integer value"}},
     {"loop skip unnamed", kLoopSkipUnnamed, true, R"([{"ID":1,"name":null},{"ID":2},{"ID":3,"name":"x"}])", {"T|M|[2,3]"}},
     // Pages.
     {"page: counters and rows", kPage, true, R"({"count":2,"totalPages":"5","totalRows":42,"nowPage":1,"data":[{"ID":1},{"ID":2}]})", {"T|M|2/5/42/1[1,2]"}},
