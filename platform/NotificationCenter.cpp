@@ -25,7 +25,7 @@ void NotificationCenter::removeObserver(Token token) {
     std::erase_if(observers_, [&](const Registration& r) { return r.token == token; });
 }
 
-void NotificationCenter::postNotificationName(std::string name, std::any object, Dictionary userInfo) {
+void NotificationCenter::postNotificationName(std::string name, std::any object, UserInfo userInfo) {
     std::vector<std::shared_ptr<const Observer>> targets;
     {
         std::lock_guard lock(mutex_);

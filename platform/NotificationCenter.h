@@ -10,19 +10,22 @@
 #include <any>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "veltrane/foundation/Value.h"
-
 namespace veltrane {
+
+// What a notification carries, by key: values of any type (records, lists of
+// them, values of the JSON model), read back with std::any_cast.
+using UserInfo = std::map<std::string, std::any, std::less<>>;
 
 struct Notification {
     std::string name;
     std::any object;  // the sender
-    Dictionary userInfo;
+    UserInfo userInfo;
 };
 
 class NotificationCenter {
@@ -37,7 +40,7 @@ public:
     void removeObserver(Token token);
     // Delivers to the observers registered when the post begins, in the order
     // they were added. An exception that leaves an observer is logged.
-    void postNotificationName(std::string name, std::any object = {}, Dictionary userInfo = {});
+    void postNotificationName(std::string name, std::any object = {}, UserInfo userInfo = {});
 
 private:
     struct Registration {

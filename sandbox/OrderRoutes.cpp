@@ -204,7 +204,8 @@ Answer createActionOrder(const Call& c, State& s) {
                     {"CreateTime", now()}, {"Status", 1}, {"TemplateType", 1}};
     Array forms;
     double amount = 0;
-    for (const Value& f : *screens.optArray("data")) {
+    Array screenForms = *screens.optArray("data");
+    for (const Value& f : screenForms) {
         const Dictionary& form = f.asDictionary();
         Value id = *form.optDictionary("action").find("ID");
         Dictionary action = pick(*findBy(s.list("actions"), "ID", id), {"ID", "Name", "Background", "Price", "Remarks", "SN", "Status", "Type", "TypeName"});
