@@ -52,7 +52,7 @@ std::vector<Step> demoSteps() {
              for (const Tag& tag : *tags.result) t.line(describeOrNull(tag.title()) + " — " + describeOrNull(tag.content()));
          }},
     };
-    for (auto part : {catalogueSteps, customerSteps, orderSteps, actionSteps, documentSteps})
+    for (auto part : {homeSteps, catalogueSteps, customerSteps, orderSteps, actionSteps, documentSteps, messagingSteps})
         for (Step& s : part()) steps.push_back(std::move(s));
     return steps;
 }

@@ -74,11 +74,13 @@ struct Step {
 
 // The steps in the order of a sale; each subsystem contributes its own.
 std::vector<Step> demoSteps();
+std::vector<Step> homeSteps();
 std::vector<Step> catalogueSteps();
 std::vector<Step> customerSteps();
 std::vector<Step> orderSteps();
 std::vector<Step> actionSteps();
 std::vector<Step> documentSteps();
+std::vector<Step> messagingSteps();
 
 // Display helpers the steps share.
 std::string text(const std::optional<Value>& v);        // a value as text; "(none)" for nothing

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Commands.h"
 #include "cli/Demo.h"
 #include "sandbox/Routes.h"
 #include "sandbox/Sandbox.h"
@@ -27,6 +28,7 @@
 #include "veltrane/foundation/Log.h"
 #include "veltrane/foundation/Server.h"
 #include "veltrane/platform/HTTPTransport.h"
+#include "veltrane/platform/UserDefaults.h"
 
 using namespace veltrane;
 
@@ -60,6 +62,8 @@ struct SandboxArguments {
     int port = 8080;
     std::string data;
     std::string dumpSeed;
+    std::optional<std::string> manifestVersion;
+    std::optional<std::string> manifestNote;
 };
 
 int sandboxCommand(const SandboxArguments& a) {
@@ -82,6 +86,8 @@ int sandboxCommand(const SandboxArguments& a) {
     options.port = a.port;
     options.logRequests = true;
     if (!a.data.empty()) options.dataDirectory = a.data;
+    options.manifestVersion = a.manifestVersion;
+    options.manifestNote = a.manifestNote;
     sandbox::Sandbox server(options);
     server.start();
     std::cout << "Sandbox dealer server on " << server.address() << " (Ctrl-C stops it)" << std::endl;
@@ -224,8 +230,8 @@ int uploadCommand(const UploadArguments& a) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"veltrane: the command line of the Veltrane library — a sandbox dealer server, one request through the gateway, and a "
-                 "counter sale walked through the library"};
+    CLI::App app{"veltrane: the command line of the Veltrane library — a sandbox dealer server, one request through the gateway, a "
+                 "counter sale walked through the library, the push-message poller and the update check"};
     app.set_version_flag("--version", std::string("veltrane ") + VELTRANE_VERSION_STRING);
     app.require_subcommand(1, 1);
 
@@ -236,6 +242,8 @@ int main(int argc, char** argv) {
         ->type_name("DIR");
     sandboxApp->add_option("--dump-seed", sandboxArgs.dumpSeed, "Write the built-in seed (the shape of seed.json) to FILE, or - for standard output, and exit")
         ->type_name("FILE");
+    sandboxApp->add_option("--manifest-version", sandboxArgs.manifestVersion, "The version /manifest.plist announces (default: the seed's)");
+    sandboxApp->add_option("--manifest-note", sandboxArgs.manifestNote, "The release note /manifest.plist gives with it");
     sandboxApp->footer(kSandboxFooter);
 
     CallArguments callArgs;
@@ -259,6 +267,8 @@ int main(int argc, char** argv) {
     bool demoVerbose = false;
     demoApp->add_flag("--verbose", demoVerbose, "Show the library's log lines on standard error");
 
+    std::vector<cli::Command> commands = cli::addMessagingCommands(app);
+
     auto known = [&](const std::string& name) {
         std::vector<CLI::App*> all = app.get_subcommands([](CLI::App*) { return true; });
         return std::any_of(all.begin(), all.end(), [&](CLI::App* sub) { return sub->get_name() == name; });
@@ -276,7 +286,18 @@ int main(int argc, char** argv) {
         if (sandboxApp->parsed()) return sandboxCommand(sandboxArgs);
         if (callApp->parsed()) return callCommand(callArgs);
         if (uploadApp->parsed()) return uploadCommand(uploadArgs);
-        if (demoApp->parsed()) return cli::runDemo(demoServer, std::cout, demoVerbose);
+        if (demoApp->parsed()) {
+            // The demo's poller keeps its last identifier in a store of its own,
+            // not in the settings of an application on this machine.
+            std::filesystem::path folder = std::filesystem::temp_directory_path() / ("veltrane-demo-" + std::to_string(::getpid()));
+            UserDefaults::setStandardPath(folder / "UserDefaults.sqlite");
+            int status = cli::runDemo(demoServer, std::cout, demoVerbose);
+            std::error_code ignored;
+            std::filesystem::remove_all(folder, ignored);
+            return status;
+        }
+        for (const cli::Command& c : commands)
+            if (c.app->parsed()) return c.run();
     } catch (const std::invalid_argument& e) {
         std::cerr << "veltrane: " << e.what() << '\n';
         return kUsage;

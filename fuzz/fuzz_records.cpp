@@ -82,6 +82,12 @@ const std::vector<Operation>& operations() {
         [] { ActionFormOrder::updateOrder(std::string("AF1"), 5, std::nullopt, any<Value>()); },
         [] { ActionFormOrderDetail::getDetailOfOrder(7001, any<ActionFormOrderDetail>()); },
         [] { AutoFormOrder::getOrderWithID(7001, any<AutoFormOrder>()); },
+        [] { PushMessage::fetch(7, 0, any<std::vector<PushMessage>>()); },
+        [] { Chat::listForCompany(1, 0, any<std::vector<Chat>>()); },
+        [] { Chat::sendAsUser(7, std::string("你好"), std::string("text"), anyFlag()); },
+        [] { GuideItem::loadWithCompany(1, any<std::vector<GuideItem>>()); },
+        [] { SubApp::list(any<std::vector<SubApp>>()); },
+        [] { Advertisment::listWithCallback(any<std::vector<Advertisment>>()); },
     };
     return all;
 }
@@ -121,6 +127,11 @@ void buildEveryRecord(const Value& v) {
     build<ActionFormItem>(v);
     build<ActionFormData>(v);
     build<AutoFormOrder>(v);
+    build<PushMessage>(v);
+    build<Chat>(v);
+    build<GuideItem>(v);
+    build<Advertisment>(v);
+    if (const Dictionary* d = v.dictionaryIf()) (void)SubApp(*d).name();
     if (const Dictionary* d = v.dictionaryIf()) {
         try {
             ActionFormOrder order(*d);

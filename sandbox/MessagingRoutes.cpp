@@ -1,5 +1,7 @@
 // The messaging APIs: push messages, chat, and the home screen's apps and
 // banners.
+#include <ctime>
+
 #include "sandbox/Handlers.h"
 
 namespace veltrane::sandbox {
@@ -22,7 +24,7 @@ std::vector<Route> messagingRoutes() {
                  const Dictionary* d = m.dictionaryIf();
                  if (!d || !d->contains("Type") || !d->contains("Content")) return Answer::failure("消息格式错误: 需要 Type 和 Content");
                  s.list("chats").push_back(Dictionary{{"ID", s.nextChatID++}, {"UserID", c.integer("userid")},
-                                                      {"CompanyID", user ? user->optLong("CompanyID") : 0L}, {"CreateTime", 1763700000L},
+                                                      {"CompanyID", user ? user->optLong("CompanyID") : 0L}, {"CreateTime", static_cast<long>(std::time(nullptr))},
                                                       {"Type", d->valueOrNull("Type")}, {"Content", d->valueOrNull("Content")}});
              }
              return Answer::success(Value(), "发送成功");

@@ -176,7 +176,7 @@ struct Sandbox::Impl {
         }
         Dictionary manifest = state.seed.optDictionary("manifest");
         manifestVersion = options.manifestVersion.value_or(manifest.optString("version").value_or("1.0"));
-        manifestNote = options.manifestVersion ? options.manifestNote : manifest.optString("note");
+        manifestNote = options.manifestNote ? options.manifestNote : options.manifestVersion ? std::nullopt : manifest.optString("note");
         configure();
     }
 
@@ -393,7 +393,7 @@ struct Sandbox::Impl {
         std::lock_guard lock(mutex);
         long id = state.nextPushID++;
         state.list("pushMessages").push_back(Dictionary{{"ID", id}, {"Type", std::move(type)}, {"ReceiverID", receiver},
-                                                        {"Content", std::move(content)}, {"CreateTime", 1763700000L}});
+                                                        {"Content", std::move(content)}, {"CreateTime", static_cast<long>(std::time(nullptr))}});
         return id;
     }
 };

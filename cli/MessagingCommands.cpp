@@ -1,0 +1,173 @@
+// veltrane push, watch and update-check.
+#include <atomic>
+#include <csignal>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "cli/Commands.h"
+#include "cli/Demo.h"
+#include "veltrane/foundation/Log.h"
+#include "veltrane/foundation/Server.h"
+#include "veltrane/messaging/PushMessage.h"
+#include "veltrane/messaging/Updater.h"
+#include "veltrane/platform/Dispatch.h"
+#include "veltrane/platform/HTTPSession.h"
+#include "veltrane/platform/HTTPTransport.h"
+#include "veltrane/platform/NotificationCenter.h"
+#include "veltrane/platform/PropertyList.h"
+#include "veltrane/platform/UserDefaults.h"
+
+namespace veltrane::cli {
+
+namespace {
+
+std::atomic<bool> interrupted{false};
+
+extern "C" void onStopSignal(int) { interrupted = true; }
+
+// "2026-11-22 07:15:00" in China time.
+std::string chinaTime(const Date& date) {
+    std::time_t t = static_cast<std::time_t>(date.timeIntervalSince1970()) + 8 * 3600;
+    std::tm tm{};
+    gmtime_r(&t, &tm);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &tm);
+    return text;
+}
+
+struct PushArguments {
+    std::string server = "http://127.0.0.1:8080";
+    int32_t user = 7;
+    std::string type = "notice";
+    std::string content;
+};
+
+int push(const PushArguments& a) {
+    HTTPRequest request{a.server + "/sandbox/push", "POST", {{"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"}}, "", {}};
+    request.body = encodeParameters(Dictionary{{"userID", std::to_string(a.user)}, {"Type", a.type}, {"Content", a.content}});
+    HTTPSession::Outcome outcome = HTTPSession::perform(request);
+    std::optional<Dictionary> reply = outcome.data ? jsonDictionary(*outcome.data) : std::nullopt;
+    if (!reply) {
+        std::cerr << "veltrane push: no sandbox answered at " << a.server
+                  << (outcome.error ? " (" + outcome.error->description + ")" : std::string()) << '\n';
+        return 1;
+    }
+    if (!reply->optBool("status")) {
+        std::cerr << "veltrane push: " << reply->optString("info").value_or("refused") << '\n';
+        return 1;
+    }
+    std::cout << "queued message #" << reply->optDictionary("data").optLong("ID") << " for user " << a.user << std::endl;
+    return 0;
+}
+
+struct WatchArguments {
+    std::string server = "http://127.0.0.1:8080";
+    int32_t user = 7;
+    int32_t company = 1;
+    std::string settings;
+    bool fromStart = false;
+};
+
+int watch(const WatchArguments& a) {
+    if (!a.settings.empty()) UserDefaults::setStandardPath(a.settings);
+    HTTPTransportOptions options;
+    options.timeout = std::chrono::seconds(10);
+    HTTPTransport::install(options);
+    Server::setAddress(a.server);
+    Account::signIn(User(a.user, a.company, "watch"));
+    if (a.fromStart) PushMessage::reset();
+
+    size_t batches = 0, messages = 0;
+    auto token = NotificationCenter::defaultCenter().addObserverForName(PushMessageNotification, [&](const Notification& n) {
+        const auto& batch = std::any_cast<const std::vector<PushMessage>&>(n.userInfo.at(PushMessageKey));
+        ++batches;
+        if (batch.empty()) return;
+        messages += batch.size();
+        std::cout << batch.size() << (batch.size() == 1 ? " message" : " messages") << " (last identifier now " << PushMessage::lastMessageID()
+                  << "):\n";
+        for (const PushMessage& m : batch)
+            std::cout << "  #" << m.ID() << "  [" << text(m.Type()) << "]  " << text(m.Content()) << "  " << chinaTime(m.CreateTime()) << '\n';
+        std::cout << std::flush;
+    });
+
+    std::signal(SIGINT, onStopSignal);
+    std::signal(SIGTERM, onStopSignal);
+    std::cout << "watching push messages for user " << a.user << " at " << a.server << " from identifier " << PushMessage::lastMessageID()
+              << " (Ctrl-C stops)" << std::endl;
+    PushMessage::start();
+    // The application's main loop: the poller's next polls run here.
+    while (!interrupted && _running) Dispatch::mainQueue().runFor(std::chrono::milliseconds(100));
+    PushMessage::stop();
+    NotificationCenter::defaultCenter().removeObserver(token);
+    Server::setTransport(nullptr);
+    std::cout << "stopped: " << batches << " polls answered, " << messages << " messages; last identifier " << PushMessage::lastMessageID()
+              << std::endl;
+    if (!interrupted) {
+        std::cerr << "veltrane watch: the poller stopped by itself\n";
+        return 1;
+    }
+    return 0;
+}
+
+struct UpdateCheckArguments {
+    std::string url;
+    std::string localVersion;
+    bool verbose = false;
+};
+
+int updateCheck(const UpdateCheckArguments& a) {
+    LogSink previous;
+    if (!a.verbose) previous = setLogSink([](std::string_view) {});
+    Bundle::mainBundle().setShortVersionString(a.localVersion);
+    std::optional<std::pair<bool, std::optional<std::string>>> outcome;
+    Updater::checkWithPListURL(a.url, [&](bool newer, std::optional<std::string> message) { outcome.emplace(newer, std::move(message)); });
+    // The answer comes on the main queue, driven here.
+    Dispatch::mainQueue().runFor(std::chrono::minutes(3), [&] { return outcome.has_value(); });
+    if (!a.verbose) setLogSink(previous);
+    if (!outcome) {
+        std::cerr << "veltrane update-check: no answer within 3 minutes\n";
+        return 1;
+    }
+    if (!outcome->second) {
+        std::cerr << "veltrane update-check: no installation manifest could be read at " << a.url << '\n';
+        return 1;
+    }
+    std::cout << (outcome->first ? "a newer version is available" : "up to date") << " (running " << a.localVersion << ")\n"
+              << *outcome->second << std::endl;
+    return 0;
+}
+
+} // namespace
+
+std::vector<Command> addMessagingCommands(CLI::App& app) {
+    auto pushArgs = std::make_shared<PushArguments>();
+    CLI::App* pushApp = app.add_subcommand("push", "Queue a push message for a user on a sandbox dealer server");
+    pushApp->add_option("content", pushArgs->content, "The message's text")->required();
+    pushApp->add_option("--user", pushArgs->user, "The receiver's user identifier")->capture_default_str();
+    pushApp->add_option("--type", pushArgs->type, "The message's type")->capture_default_str();
+    pushApp->add_option("--server", pushArgs->server, "The sandbox's base address")->capture_default_str();
+
+    auto watchArgs = std::make_shared<WatchArguments>();
+    CLI::App* watchApp = app.add_subcommand("watch", "Sign in and print the push messages the poller receives, until Ctrl-C");
+    watchApp->add_option("--server", watchArgs->server, "The dealer server's base address")->capture_default_str();
+    watchApp->add_option("--user", watchArgs->user, "The user to sign in as")->capture_default_str();
+    watchApp->add_option("--company", watchArgs->company, "The user's company")->capture_default_str();
+    watchApp->add_option("--settings", watchArgs->settings, "The settings store that keeps the last identifier (default: the standard one)")
+        ->type_name("FILE");
+    watchApp->add_flag("--from-start", watchArgs->fromStart, "Forget the last identifier: ask for every message");
+
+    auto checkArgs = std::make_shared<UpdateCheckArguments>();
+    CLI::App* checkApp = app.add_subcommand("update-check", "Read an installation manifest and say whether it announces a newer version");
+    checkApp->add_option("url", checkArgs->url, "The manifest's address: http, https or file, XML or binary")->required();
+    checkApp->add_option("--local-version", checkArgs->localVersion, "The version running, as CFBundleShortVersionString")->required();
+    checkApp->add_flag("--verbose", checkArgs->verbose, "Show the library's log lines");
+    checkApp->footer("Exits 0 when the manifest was read (newer or not), 1 when it could not be.");
+
+    return {{pushApp, [pushArgs] { return push(*pushArgs); }},
+            {watchApp, [watchArgs] { return watch(*watchArgs); }},
+            {checkApp, [checkArgs] { return updateCheck(*checkArgs); }}};
+}
+
+} // namespace veltrane::cli

@@ -1,0 +1,327 @@
+// Messaging over loopback: the update check against manifests served as XML
+// and binary property lists (and against none), the poller and chat against
+// the sandbox, and the watch and push commands as processes.
+#include <plist/plist.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fcntl.h>
+#include <poll.h>
+
+#include "veltrane/messaging/Advertisment.h"
+#include "veltrane/messaging/Chat.h"
+#include "veltrane/messaging/GuideItem.h"
+#include "veltrane/messaging/PushMessage.h"
+#include "veltrane/messaging/SubApp.h"
+#include "veltrane/messaging/Updater.h"
+#include "veltrane/platform/Dispatch.h"
+#include "veltrane/platform/NotificationCenter.h"
+#include "veltrane/platform/PropertyList.h"
+#include "support/Loopback.h"
+#include "support/SandboxTest.h"
+
+namespace veltrane {
+namespace {
+
+using namespace std::chrono_literals;
+
+// ---- The update check ---------------------------------------------------------------
+
+// A manifest whose items[0].metadata holds the given plist XML.
+std::string manifest(const std::string& metadata) {
+    return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>items</key><array><dict><key>metadata</key><dict>)" + metadata +
+           "</dict></dict></array></dict></plist>";
+}
+std::string plistDocument(const std::string& body) { return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">)" + body + "</plist>"; }
+
+std::string binary(const std::string& xml) {
+    plist_t root = nullptr;
+    plist_from_xml(xml.data(), static_cast<uint32_t>(xml.size()), &root);
+    if (!root) return xml;  // not a property list: served as it is
+    char* bytes = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(root, &bytes, &length);
+    std::string out(bytes, length);
+    free(bytes);
+    plist_free(root);
+    return out;
+}
+
+class UpdateCheck : public ::testing::Test {
+protected:
+    UpdateCheck()
+        : server([this](httplib::Server& s) {
+              s.Get("/manifest.plist", [this](const httplib::Request&, httplib::Response& res) {
+                  std::lock_guard lock(mutex);
+                  res.status = status;
+                  res.set_content(body, "application/octet-stream");
+              });
+          }) {}
+    void SetUp() override {
+        previousSink = setLogSink([this](std::string_view line) {
+            std::lock_guard lock(mutex);
+            logLines.emplace_back(line);
+        });
+    }
+    void TearDown() override { setLogSink(previousSink); }
+
+    struct Result {
+        bool newer;
+        std::optional<std::string> message;
+        bool onThisThread;
+    };
+    // Checks url, driving the main queue on this thread until the answer.
+    Result check(const std::string& url) {
+        std::optional<Result> result;
+        Updater::checkWithPListURL(url, [&](bool newer, std::optional<std::string> message) {
+            result = Result{newer, std::move(message), std::this_thread::get_id() == mainThread};
+        });
+        Dispatch::mainQueue().runFor(20s, [&] { return result.has_value(); });
+        EXPECT_TRUE(result);
+        return result.value_or(Result{true, "no answer", false});
+    }
+    void serve(int code, std::string bytes) {
+        std::lock_guard lock(mutex);
+        status = code;
+        body = std::move(bytes);
+    }
+
+    std::thread::id mainThread = std::this_thread::get_id();
+    std::mutex mutex;
+    int status = 200;
+    std::string body;
+    std::vector<std::string> logLines;
+    LogSink previousSink;
+    test::LoopbackServer server;
+};
+
+TEST_F(UpdateCheck, ManifestsInBothFormats) {
+    const struct {
+        const char* name;
+        std::string plist;
+        const char* local;  // nullptr: the application sets none
+        bool newer;
+        std::optional<std::string> message;
+    } cases[] = {
+        {"newer", manifest("<key>bundle-version</key><string>1.2</string>"), "1.1", true, "Version 1.2"},
+        {"newer, with a note", manifest("<key>bundle-version</key><string>1.2</string><key>note</key><string>Fixes</string>"), "1.1", true,
+         "Version 1.2 \n Fixes"},
+        {"the same", manifest("<key>bundle-version</key><string>1.1</string>"), "1.1", false, "Version 1.1"},
+        {"1.10 reads as 1.1", manifest("<key>bundle-version</key><string>1.10</string>"), "1.9", false, "Version 1.10"},
+        {"2.0.3 reads as 2.0", manifest("<key>bundle-version</key><string>2.0.3</string>"), "2.0.1", false, "Version 2.0.3"},
+        {"no leading number", manifest("<key>bundle-version</key><string>beta</string>"), "0.1", false, "Version beta"},
+        {"a number", manifest("<key>bundle-version</key><integer>2</integer>"), "1.5", true, "Version 2"},
+        {"no local version", manifest("<key>bundle-version</key><string>0.5</string>"), nullptr, true, "Version 0.5"},
+        {"no version", manifest("<key>note</key><string>x</string>"), "1.0", false, "Version (null) \n x"},
+        {"no items", plistDocument("<dict/>"), "1.0", false, "Version (null)"},
+        {"empty items", plistDocument("<dict><key>items</key><array/></dict>"), "1.0", false, "Version (null)"},
+        {"no metadata", plistDocument("<dict><key>items</key><array><dict/></array></dict>"), "1.0", false, "Version (null)"},
+        {"items not an array", plistDocument("<dict><key>items</key><string>1.2</string></dict>"), "1.0", false, std::nullopt},
+        {"an item not a dictionary", plistDocument("<dict><key>items</key><array><string>9</string></array></dict>"), "1.0", false, std::nullopt},
+        {"metadata not a dictionary", plistDocument("<dict><key>items</key><array><dict><key>metadata</key><array/></dict></array></dict>"),
+         "1.0", false, std::nullopt},
+        {"a version of the wrong kind", manifest("<key>bundle-version</key><dict/>"), "1.0", false, std::nullopt},
+        {"an array at the top", plistDocument("<array/>"), "1.0", false, std::nullopt},
+        {"not a property list", "<html>9.9</html>", "1.0", false, std::nullopt},
+    };
+    for (const auto& c : cases) {
+        for (bool asBinary : {false, true}) {
+            SCOPED_TRACE(std::string(c.name) + (asBinary ? " (binary)" : " (XML)"));
+            Bundle::mainBundle().setInfoDictionary(c.local ? Dictionary{{"CFBundleShortVersionString", c.local}} : Dictionary());
+            serve(200, asBinary ? binary(c.plist) : c.plist);
+            Result r = check(server.address() + "/manifest.plist");
+            EXPECT_EQ(r.newer, c.newer);
+            EXPECT_EQ(r.message, c.message);
+            EXPECT_TRUE(r.onThisThread) << "the completion runs on the main queue";
+        }
+    }
+}
+
+TEST_F(UpdateCheck, WhatCannotBeFetchedGivesNothing) {
+    Bundle::mainBundle().setShortVersionString("1.0");
+    serve(404, manifest("<key>bundle-version</key><string>9</string>"));
+    const std::string urls[] = {server.address() + "/manifest.plist", "http://127.0.0.1:1/manifest.plist", "file:///nonexistent/manifest.plist",
+                                "gopher://127.0.0.1/x"};
+    for (const std::string& url : urls) {
+        SCOPED_TRACE(url);
+        logLines.clear();
+        Result r = check(url);
+        EXPECT_FALSE(r.newer);
+        EXPECT_EQ(r.message, std::nullopt);
+        // The platform's line names why, then the check's own two.
+        std::lock_guard lock(mutex);
+        ASSERT_EQ(logLines.size(), 3u);
+        EXPECT_EQ(logLines[0].rfind("property list " + url + ": ", 0), 0u) << logLines[0];
+        EXPECT_EQ(logLines[1], "remote plist:(null)");
+        EXPECT_EQ(logLines[2], "dict is nil");
+    }
+}
+
+TEST_F(UpdateCheck, TheLogLinesOfARead) {
+    Bundle::mainBundle().setShortVersionString("1.1");
+    serve(200, manifest("<key>bundle-version</key><string>1.2</string>"));
+    check(server.address() + "/manifest.plist");
+    std::lock_guard lock(mutex);
+    ASSERT_EQ(logLines.size(), 2u);
+    EXPECT_EQ(logLines[0].rfind("remote plist:{\"items\": [{\"metadata\": {\"bundle-version\": \"1.2\"}}]}", 0), 0u) << logLines[0];
+    EXPECT_EQ(logLines[1], "remote version : 1.2, local version : 1.1");
+}
+
+// ---- Against the sandbox ------------------------------------------------------------------
+
+class MessagingOverHTTP : public test::SandboxTest {
+protected:
+    void SetUp() override {
+        test::SandboxTest::SetUp();
+        PushMessage::stop();
+        Dispatch::mainQueue().clear();
+        PushMessage::reset();
+    }
+};
+
+TEST_F(MessagingOverHTTP, ThePollerReceivesWhatIsQueuedForItsUser) {
+    std::mutex mutex;
+    std::vector<std::vector<long>> batches;
+    auto token = NotificationCenter::defaultCenter().addObserverForName(PushMessageNotification, [&](const Notification& n) {
+        std::vector<long> ids;
+        for (const PushMessage& m : std::any_cast<const std::vector<PushMessage>&>(n.userInfo.at(PushMessageKey))) ids.push_back(m.ID());
+        std::lock_guard lock(mutex);
+        batches.push_back(ids);
+    });
+    auto received = [&](long id) {
+        std::lock_guard lock(mutex);
+        for (const auto& b : batches)
+            if (std::find(b.begin(), b.end(), id) != b.end()) return true;
+        return false;
+    };
+    auto driveUntil = [&](auto done) {
+        for (auto end = Clock::now() + 10s; Clock::now() < end && !done();) Dispatch::mainQueue().runFor(10ms);
+        return done();
+    };
+    PushMessage::start();
+    ASSERT_TRUE(driveUntil([&] { return received(2); })) << "the seed's messages";
+    long forUs = sandbox->queuePushMessage(7, "order", "订单已受理");
+    long forOther = sandbox->queuePushMessage(8, "order", "别人的消息");
+    ASSERT_TRUE(driveUntil([&] { return received(forUs); }));
+    PushMessage::stop();
+    NotificationCenter::defaultCenter().removeObserver(token);
+    EXPECT_FALSE(received(forOther));
+    EXPECT_EQ(PushMessage::lastMessageID(), forUs);
+    std::lock_guard lock(mutex);
+    for (size_t i = 1; i < batches.size(); ++i)
+        for (long id : batches[i]) EXPECT_GT(id, 2) << "a message is received once";
+}
+
+TEST_F(MessagingOverHTTP, ChatStaysWithinItsCompany) {
+    auto before = await<std::vector<Chat>>([](auto done) { Chat::listForCompany(1, 0, done); });
+    ASSERT_TRUE(before.success);
+    long last = before.result->empty() ? 0 : before.result->back().ID();
+    auto sent = awaitFlag([](auto done) { Chat::sendAsUser(8, "今天\"晨会\"取消", "text", done); });
+    ASSERT_TRUE(sent.success) << sent.message.value_or("");
+    auto after = await<std::vector<Chat>>([&](auto done) { Chat::listForCompany(1, last, done); });
+    ASSERT_TRUE(after.success);
+    ASSERT_EQ(after.result->size(), 1u);
+    const Chat& c = after.result->front();
+    EXPECT_EQ(c.UserID(), 8);
+    EXPECT_EQ(c.CompanyID(), 1);
+    EXPECT_EQ(c.Content()->asString(), "今天\"晨会\"取消");
+    EXPECT_GT(c.CreateTime().timeIntervalSince1970(), 1.7e9);
+    auto elsewhere = await<std::vector<Chat>>([](auto done) { Chat::listForCompany(2, 0, done); });
+    ASSERT_TRUE(elsewhere.success);
+    EXPECT_TRUE(elsewhere.result->empty());
+}
+
+TEST_F(MessagingOverHTTP, TheHomeScreen) {
+    auto tiles = await<std::vector<GuideItem>>([](auto done) { GuideItem::loadWithCompany(1, done); });
+    auto apps = await<std::vector<SubApp>>([](auto done) { SubApp::list(done); });
+    auto banners = await<std::vector<Advertisment>>([](auto done) { Advertisment::listWithCallback(done); });
+    ASSERT_TRUE(tiles.success && apps.success && banners.success);
+    EXPECT_EQ(tiles.result->size(), 5u);
+    EXPECT_EQ(apps.result->size(), 4u) << "the unnamed tile hidden";
+    std::vector<bool> bar;
+    for (const GuideItem& g : *tiles.result) bar.push_back(g.ShowBanner());
+    EXPECT_EQ(bar, (std::vector<bool>{true, true, false, false, false})) << "1 and \"1\" only";
+    ASSERT_EQ(banners.result->size(), 2u);
+    EXPECT_EQ(banners.result->at(0).ImageUrl()->asString(), "/static/banners/1111.jpg");
+}
+
+// ---- The commands ----------------------------------------------------------------------------
+
+// The veltrane command line running in the background, its output read as
+// it comes.
+class Process {
+public:
+    explicit Process(const std::vector<std::string>& arguments) {
+        int out[2];
+        if (pipe(out) != 0) throw std::runtime_error("pipe");
+        pid_ = fork();
+        if (pid_ == 0) {
+            dup2(out[1], STDOUT_FILENO);
+            dup2(out[1], STDERR_FILENO);
+            close(out[0]);
+            std::vector<char*> argv{const_cast<char*>(VELTRANE_CLI)};
+            for (const std::string& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
+            argv.push_back(nullptr);
+            execv(VELTRANE_CLI, argv.data());
+            _exit(127);
+        }
+        close(out[1]);
+        fd_ = out[0];
+    }
+    ~Process() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+        close(fd_);
+    }
+    // Reads until the output holds text, or the time is up.
+    bool waitFor(const std::string& text, std::chrono::milliseconds within = 10s) {
+        for (auto end = Clock::now() + within; output.find(text) == std::string::npos && Clock::now() < end;) {
+            pollfd p{fd_, POLLIN, 0};
+            if (::poll(&p, 1, 50) <= 0) continue;
+            char buffer[4096];
+            ssize_t n = read(fd_, buffer, sizeof buffer);
+            if (n <= 0) break;
+            output.append(buffer, static_cast<size_t>(n));
+        }
+        return output.find(text) != std::string::npos;
+    }
+    // Sends sig and returns the exit status.
+    int stop(int sig) {
+        kill(pid_, sig);
+        waitFor("\x01", 5s);  // drains what is left
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    std::string output;
+
+private:
+    pid_t pid_ = -1;
+    int fd_ = -1;
+};
+
+TEST_F(MessagingOverHTTP, WatchPrintsWhatPushQueuesAndStopsOnCtrlC) {
+    std::string settings = (std::filesystem::temp_directory_path() / ("veltrane-watch-" + std::to_string(getpid()) + ".sqlite")).string();
+    Process watch({"watch", "--server", sandbox->address(), "--settings", settings, "--from-start"});
+    ASSERT_TRUE(watch.waitFor("(last identifier now ")) << watch.output;
+    Process push({"push", "--server", sandbox->address(), "--type", "order", "请 \"尽快\" 处理"});
+    ASSERT_TRUE(push.waitFor("queued message #")) << push.output;
+    EXPECT_EQ(push.stop(0), 0);
+    ASSERT_TRUE(watch.waitFor("[order]  请 \"尽快\" 处理")) << watch.output;
+    EXPECT_EQ(watch.stop(SIGINT), 0) << watch.output;
+    EXPECT_NE(watch.output.find("stopped: "), std::string::npos) << watch.output;
+
+    // The stored identifier survives: a second watch asks after it.
+    Process again({"watch", "--server", sandbox->address(), "--settings", settings});
+    ASSERT_TRUE(again.waitFor("from identifier ")) << again.output;
+    EXPECT_EQ(again.stop(SIGTERM), 0);
+    EXPECT_EQ(again.output.find("[order]"), std::string::npos) << again.output;
+    std::filesystem::remove(settings);
+}
+
+} // namespace
+} // namespace veltrane
