@@ -343,7 +343,10 @@ Dictionary loadSeed(const std::string& text) {
         throw std::invalid_argument((where ? *where + ": " : std::string()) + e.what());
     }
     if (!parsed.isDictionary()) throw std::invalid_argument(std::string("the seed is ") + parsed.kindName() + ", not a JSON object");
-    Dictionary seed = parsed.asDictionary();
+    // The state lives on the heap, node by node: values the routes derive from
+    // it and store back into it would otherwise hold the seed's reply arena
+    // from inside that arena, a cycle that is never freed.
+    Dictionary seed = parsed.asDictionary().detached();
     if (!seed.contains("numbers")) seed.set("numbers", generatedNumbers());
     if (auto goods = seed.optArray("goods")) generateUnits(*goods);
     return seed;
