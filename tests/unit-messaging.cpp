@@ -111,76 +111,44 @@ std::string names(const std::vector<R>& list) {
     std::string out;
     for (const R& r : list) {
         if constexpr (std::is_same_v<R, SubApp>) out += r.name().value_or("-") + ",";
-        else out += (r.Name() ? describe(*r.Name()) : "-") + ",";
+        else if constexpr (std::is_same_v<R, GuideItem> || std::is_same_v<R, Advertisment>) out += (r.Name() ? describe(*r.Name()) : "-") + ",";
+        else out += std::to_string(r.ID()) + ",";
     }
     return out;
 }
 
-template <class R>
-std::string outcome(const test::Calls<std::vector<R>>& c) {
-    const auto& call = c.only();
-    return std::string(call.success ? "T" : "F") + "|" + call.message.value_or("-") + "|" + (call.result ? names(*call.result) : "nothing");
+// Each reader on the same data, its outcome on a line.
+template <class R, class Read>
+std::string readWith(MemoryTransport& transport, const char* api, const char* data, Read read) {
+    transport.script(api, {true, "M", data ? std::optional<Value>(parseJSON(data)) : std::nullopt});
+    test::Calls<std::vector<R>> calls;
+    read(calls.callback());
+    return calls.line(names<R>);
 }
 
-TEST_F(Messaging, TheHomeContentReadersEachTheirWay) {
+TEST_F(Messaging, EachListReaderItsOwnWay) {
     struct {
         const char* data;  // nullptr for none
-        const char* tiles, *apps, *banners;
+        const char* tiles, *apps, *banners, *messages, *chats;
     } cases[] = {
-        {R"([{"name":"a","isbar":1},{"name":null},{"icon":"x"}])", "T|M|a,null,-,", "T|M|a,-,", "T|M|a,null,-,"},
-        {R"([{"name":"a"},"x"])", "T|M|a,", "F|getAppsID: [1]: a string is not a dictionary|nothing",
-         "F|getHeadAd: [1]: a string is not a dictionary|nothing"},
-        {R"([{"name":"a","isbar":null}])", "T|M|", "T|M|a,", "F|getHeadAd: [0].isbar: null has no integer value|nothing"},
-        {R"({"name":"a"})", "F|数据格式错误，请稍后重试|nothing", "F|getAppsID: [0]: a string is not a dictionary|nothing",
-         "F|getHeadAd: [0]: a string is not a dictionary|nothing"},
-        {"[]", "T|M|", "T|M|", "T|M|"},
-        {nullptr, "F|数据格式错误，请稍后重试|nothing", "T|M|", "T|M|"},
+        {R"([{"name":"a","isbar":1,"ID":1},{"name":null,"ID":null},{"icon":"x","ID":"3"}])", "T|M|a,null,-,", "T|M|a,-,", "T|M|a,null,-,",
+         "T|M|1,3,", "T|M|1,3,"},
+        {R"([{"name":"a"},"x"])", "T|M|a,", "F|getAppsID: [1]: a string is not a dictionary|-", "F|getHeadAd: [1]: a string is not a dictionary|-",
+         "T|M|0,", "T|M|0,"},
+        {R"([{"name":"a","isbar":null}])", "T|M|", "T|M|a,", "F|getHeadAd: [0].isbar: null has no integer value|-", "T|M|0,", "T|M|0,"},
+        {R"({"name":"a"})", "F|数据格式错误，请稍后重试|-", "F|getAppsID: [0]: a string is not a dictionary|-",
+         "F|getHeadAd: [0]: a string is not a dictionary|-", "T|M|-", "T|M|"},
+        {"null", "F|数据格式错误，请稍后重试|-", "F|getAppsID: null cannot be enumerated|-", "F|getHeadAd: null cannot be enumerated|-", "T|M|-",
+         "F|getChatMessages: null cannot be enumerated|-"},
+        {nullptr, "F|数据格式错误，请稍后重试|-", "T|M|", "T|M|", "T|M|-", "T|M|-"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.data ? c.data : "none");
-        test::Calls<std::vector<GuideItem>> tiles;
-        test::Calls<std::vector<SubApp>> apps;
-        test::Calls<std::vector<Advertisment>> banners;
-        reply("getAppsID", true, "M", c.data ? c.data : "");
-        GuideItem::loadWithCompany(1, tiles.callback());
-        reply("getAppsID", true, "M", c.data ? c.data : "");
-        SubApp::list(apps.callback());
-        reply("getHeadAd", true, "M", c.data ? c.data : "");
-        Advertisment::listWithCallback(banners.callback());
-        EXPECT_EQ(outcome(tiles), c.tiles);
-        EXPECT_EQ(outcome(apps), c.apps);
-        EXPECT_EQ(outcome(banners), c.banners);
-    }
-}
-
-TEST_F(Messaging, MessageAndChatListsTolerateBadElements) {
-    struct {
-        const char* data;
-        const char* messages, *chats;
-    } cases[] = {
-        {R"([{"ID":1},{"ID":null},{"ID":"3"}])", "T|1,3,", "T|1,3,"},
-        {R"({"ID":1})", "T|nothing", "T|"},
-        {"null", "T|nothing", "F|getChatMessages: null cannot be enumerated"},
-        {nullptr, "T|nothing", "T|nothing"},
-    };
-    auto ids = [](const auto& c) {
-        const auto& call = c.only();
-        if (!call.success) return "F|" + call.message.value_or("-");
-        std::string out = "T|";
-        if (!call.result) return out + "nothing";
-        for (const auto& r : *call.result) out += std::to_string(r.ID()) + ",";
-        return out;
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.data ? c.data : "none");
-        test::Calls<std::vector<PushMessage>> messages;
-        test::Calls<std::vector<Chat>> chats;
-        reply("fetchPushMessage", true, "M", c.data ? c.data : "");
-        PushMessage::fetch(7, 0, messages.callback());
-        reply("getChatMessages", true, "M", c.data ? c.data : "");
-        Chat::listForCompany(1, 0, chats.callback());
-        EXPECT_EQ(ids(messages), c.messages);
-        EXPECT_EQ(ids(chats), c.chats);
+        EXPECT_EQ(readWith<GuideItem>(*transport, "getAppsID", c.data, [](auto done) { GuideItem::loadWithCompany(1, done); }), c.tiles);
+        EXPECT_EQ(readWith<SubApp>(*transport, "getAppsID", c.data, [](auto done) { SubApp::list(done); }), c.apps);
+        EXPECT_EQ(readWith<Advertisment>(*transport, "getHeadAd", c.data, [](auto done) { Advertisment::listWithCallback(done); }), c.banners);
+        EXPECT_EQ(readWith<PushMessage>(*transport, "fetchPushMessage", c.data, [](auto done) { PushMessage::fetch(7, 0, done); }), c.messages);
+        EXPECT_EQ(readWith<Chat>(*transport, "getChatMessages", c.data, [](auto done) { Chat::listForCompany(1, 0, done); }), c.chats);
     }
 }
 

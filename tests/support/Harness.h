@@ -113,6 +113,14 @@ struct Calls {
         EXPECT_EQ(calls.size(), 1u);
         return calls.at(0);
     }
+    // The one call on a line: "T|message|result" ("F" for failure, "-" for
+    // no message or no result), the result written by show.
+    template <class Show>
+    std::string line(Show show) const {
+        if (calls.size() != 1) return std::to_string(calls.size()) + " calls";
+        const Call& c = calls[0];
+        return std::string(c.success ? "T" : "F") + "|" + c.message.value_or("-") + "|" + (c.result ? show(*c.result) : std::string("-"));
+    }
 };
 
 } // namespace veltrane::test
