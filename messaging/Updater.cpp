@@ -1,6 +1,7 @@
 // The update check.
 #include "veltrane/messaging/Updater.h"
 
+#include <exception>
 #include <optional>
 
 #include "veltrane/foundation/JSON.h"
@@ -70,6 +71,9 @@ void Updater::checkWithPListURL(std::string url, UpdateCheckCompletion callback)
             complete(newer, std::move(message));
         } catch (const WrongShape& wrong) {
             log(std::string("manifest of the wrong shape at ") + wrong.where);
+            complete(false, std::nullopt);
+        } catch (const std::exception& e) {  // out of memory: still an answer
+            log(std::string("update check failed: ") + e.what());
             complete(false, std::nullopt);
         }
     });
