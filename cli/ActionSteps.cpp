@@ -2,8 +2,6 @@
 // from the sale and submitted as an action-form order, its acceptance and
 // status, today's orders, and the order read back whole with its history and
 // the customer's card, number and address rebuilt from it.
-#include <ctime>
-
 #include "cli/Demo.h"
 #include "veltrane/foundation/Boxing.h"
 #include "veltrane/orders/ActionFormOrderDetail.h"
@@ -16,15 +14,6 @@ namespace {
 constexpr int32_t kUser = 7;
 constexpr int32_t kCompany = 1;
 constexpr int32_t kTransfer = 2;  // the menu's "过户" (a change of owner)
-
-std::string clock(const Date& date) {
-    std::time_t t = static_cast<std::time_t>(date.timeIntervalSince1970()) + 8 * 3600;  // China time
-    std::tm tm{};
-    gmtime_r(&t, &tm);
-    char text[32];
-    std::strftime(text, sizeof text, "%m-%d %H:%M", &tm);
-    return text;
-}
 
 // The screens' order: the customer and number as scalars, and the filled
 // form of the one action.
@@ -125,7 +114,7 @@ std::vector<Step> actionSteps() {
              for (const ActionFormData& form : d.forms().value_or(std::vector<ActionFormData>()))
                  for (auto [key, value] : form.filledInfo()) t.line("  " + text(form.action().name()) + "." + std::string(key) + " = " + text(std::optional<Value>(value)));
              for (const ActionFormOrderRecord& r : d.records().value_or(std::vector<ActionFormOrderRecord>()))
-                 t.line("  " + clock(r.createTime()) + "  " + r.statusName() + "  " + text(r.userName()) + " (" + text(r.companyName()) + ") " +
+                 t.line("  " + chinaTime(r.createTime(), "%m-%d %H:%M") + "  " + r.statusName() + "  " + text(r.userName()) + " (" + text(r.companyName()) + ") " +
                         text(r.remarks()));
              IDCardInfo card = IDCardInfo::loadFromActionOrderInfo(d.info());
              NumberInfo number = NumberInfo::loadFromActionOrderInfo(d.info());

@@ -2,6 +2,7 @@
 #include "cli/Demo.h"
 
 #include <atomic>
+#include <ctime>
 #include <iostream>
 
 #include "sandbox/Sandbox.h"
@@ -19,6 +20,14 @@ std::string text(const std::optional<Value>& v) {
     return v->isString() ? std::string(v->asString()) : describe(*v);
 }
 std::string text(const std::optional<std::string>& v) { return v.value_or("(none)"); }
+
+std::string chinaTime(const Date& date, const char* format) {
+    std::time_t t = static_cast<std::time_t>(date.timeIntervalSince1970()) + 8 * 3600;
+    std::tm tm{};
+    gmtime_r(&t, &tm);
+    char text[64];
+    return std::string(text, std::strftime(text, sizeof text, format, &tm));
+}
 
 void Transcript::begin(int number, const std::string& title) {
     step_ = "step " + std::to_string(number) + " (" + title + ")";

@@ -9,6 +9,7 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "veltrane/catalogue/NumberInfo.h"
@@ -20,6 +21,7 @@
 #include "veltrane/customer/IDCardInfo.h"
 #include "veltrane/customer/ServiceTime.h"
 #include "veltrane/foundation/Await.h"
+#include "veltrane/foundation/Date.h"
 #include "veltrane/orders/ActionFormOrderSubmitResult.h"
 
 namespace veltrane::cli {
@@ -85,6 +87,12 @@ std::vector<Step> messagingSteps();
 // Display helpers the steps share.
 std::string text(const std::optional<Value>& v);        // a value as text; "(none)" for nothing
 std::string text(const std::optional<std::string>& v);  // "(none)" for nothing
+// A date in China time (UTC+8), by a strftime format.
+std::string chinaTime(const Date& date, const char* format = "%Y-%m-%d %H:%M:%S");
+
+// Queues a push message on a sandbox at server (its /sandbox/push route):
+// the message's identifier, or why it could not.
+std::variant<long, std::string> queuePushOnSandbox(const std::string& server, int32_t user, const std::string& type, const std::string& content);
 
 // Runs every step against server (the embedded sandbox when empty), through
 // the HTTP transport; the library's log goes to its sink only when verbose.

@@ -1,7 +1,6 @@
 // veltrane push, watch and update-check.
 #include <atomic>
 #include <csignal>
-#include <ctime>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -13,7 +12,6 @@
 #include "veltrane/messaging/PushMessage.h"
 #include "veltrane/messaging/Updater.h"
 #include "veltrane/platform/Dispatch.h"
-#include "veltrane/platform/HTTPSession.h"
 #include "veltrane/platform/HTTPTransport.h"
 #include "veltrane/platform/NotificationCenter.h"
 #include "veltrane/platform/PropertyList.h"
@@ -27,16 +25,6 @@ std::atomic<bool> interrupted{false};
 
 extern "C" void onStopSignal(int) { interrupted = true; }
 
-// "2026-11-22 07:15:00" in China time.
-std::string chinaTime(const Date& date) {
-    std::time_t t = static_cast<std::time_t>(date.timeIntervalSince1970()) + 8 * 3600;
-    std::tm tm{};
-    gmtime_r(&t, &tm);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &tm);
-    return text;
-}
-
 struct PushArguments {
     std::string server = "http://127.0.0.1:8080";
     int32_t user = 7;
@@ -45,20 +33,12 @@ struct PushArguments {
 };
 
 int push(const PushArguments& a) {
-    HTTPRequest request{a.server + "/sandbox/push", "POST", {{"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"}}, "", {}};
-    request.body = encodeParameters(Dictionary{{"userID", std::to_string(a.user)}, {"Type", a.type}, {"Content", a.content}});
-    HTTPSession::Outcome outcome = HTTPSession::perform(request);
-    std::optional<Dictionary> reply = outcome.data ? jsonDictionary(*outcome.data) : std::nullopt;
-    if (!reply) {
-        std::cerr << "veltrane push: no sandbox answered at " << a.server
-                  << (outcome.error ? " (" + outcome.error->description + ")" : std::string()) << '\n';
+    std::variant<long, std::string> queued = queuePushOnSandbox(a.server, a.user, a.type, a.content);
+    if (const std::string* why = std::get_if<std::string>(&queued)) {
+        std::cerr << "veltrane push: " << *why << '\n';
         return 1;
     }
-    if (!reply->optBool("status")) {
-        std::cerr << "veltrane push: " << reply->optString("info").value_or("refused") << '\n';
-        return 1;
-    }
-    std::cout << "queued message #" << reply->optDictionary("data").optLong("ID") << " for user " << a.user << std::endl;
+    std::cout << "queued message #" << std::get<long>(queued) << " for user " << a.user << std::endl;
     return 0;
 }
 

@@ -29,17 +29,6 @@ constexpr int32_t kUser = 7;
 constexpr int32_t kCompany = 1;
 constexpr auto kWait = std::chrono::seconds(5);
 
-// Queues a push message for the user on the sandbox; its identifier, or the
-// reason it could not.
-std::variant<long, std::string> queuePush(const std::string& content) {
-    HTTPRequest request{Server::address() + "/sandbox/push", "POST", {{"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"}}, "", {}};
-    request.body = encodeParameters(Dictionary{{"userID", std::to_string(kUser)}, {"Type", "order"}, {"Content", content}});
-    HTTPSession::Outcome outcome = HTTPSession::perform(request);
-    std::optional<Dictionary> reply = outcome.data ? jsonDictionary(*outcome.data) : std::nullopt;
-    if (!reply || !reply->optBool("status")) return outcome.error ? outcome.error->description : std::string("the server has no push queue");
-    return reply->optDictionary("data").optLong("ID");
-}
-
 std::string show(const std::vector<PushMessage>& batch) {
     if (batch.empty()) return "(none)";
     std::string out;
@@ -48,6 +37,16 @@ std::string show(const std::vector<PushMessage>& batch) {
 }
 
 } // namespace
+
+std::variant<long, std::string> queuePushOnSandbox(const std::string& server, int32_t user, const std::string& type, const std::string& content) {
+    HTTPRequest request{server + "/sandbox/push", "POST", {{"Content-Type", "application/x-www-form-urlencoded; charset=utf-8"}}, "", {}};
+    request.body = encodeParameters(Dictionary{{"userID", std::to_string(user)}, {"Type", type}, {"Content", content}});
+    HTTPSession::Outcome outcome = HTTPSession::perform(request);
+    std::optional<Dictionary> reply = outcome.data ? jsonDictionary(*outcome.data) : std::nullopt;
+    if (!reply) return "no sandbox answered at " + server + (outcome.error ? " (" + outcome.error->description + ")" : std::string());
+    if (!reply->optBool("status")) return reply->optString("info").value_or("refused");
+    return reply->optDictionary("data").optLong("ID");
+}
 
 std::vector<Step> homeSteps() {
     return {
@@ -115,7 +114,7 @@ std::vector<Step> messagingSteps() {
              };
              PushMessage::start();
              std::optional<std::vector<PushMessage>> first = waitFor([](const auto&) { return true; });
-             std::variant<long, std::string> queued = first ? queuePush("订单已转收银，请提醒客户付款") : std::string();
+             std::variant<long, std::string> queued = first ? queuePushOnSandbox(Server::address(), kUser, "order", "订单已转收银，请提醒客户付款") : std::string();
              std::optional<std::vector<PushMessage>> second;
              if (const long* id = std::get_if<long>(&queued))
                  second = waitFor([id](const std::vector<PushMessage>& batch) {
