@@ -156,7 +156,9 @@ private:
     size_t object(size_t i, Value* at) {
         uint32_t n = count(i, true);
         DictNode* d = build_.dictionary(at, n);
-        ThreadParser::Shape& shape = tp_.shapes[n & 31];
+        // A copy: the values read below may hold objects of this size, which
+        // replace the shape remembered for it before this row is done.
+        const ThreadParser::Shape shape = tp_.shapes[n & 31];
         bool sameShape = shape.generation == tp_.generation && shape.size == n;
         // While the keys are those of the shape, none is placed; at the first
         // that differs, the row gets keys of its own.
@@ -181,7 +183,7 @@ private:
                 keepFirstPlaceLastValue(d);
             } else {
                 if (n > detail::kIndexedAbove) d->index = detail::buildArenaIndex(build_.arena(), keys, n);
-                shape = {tp_.generation, n, keys, d->index};
+                tp_.shapes[n & 31] = {tp_.generation, n, keys, d->index};
             }
         }
         return static_cast<uint32_t>(tape_[i]);

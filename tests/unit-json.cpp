@@ -25,6 +25,10 @@ const ParseCase kParseCases[] = {
     {"negative integer", "-9223372036854775808", "-9223372036854775808"},
     {"double round-trips", "[0.1,1e-7,123456.789]", "[0.1,1e-07,123456.789]"},
     {"duplicate key keeps its first place", R"({"a":1,"b":2,"a":3})", R"({"a":3,"b":2})"},
+    // Rows share their keys with the row of their size before them; an object
+    // of that size inside a row must not take its place meanwhile.
+    {"rows holding objects of their own size", R"([{"a":0,"b":0},{"a":{"x":0,"y":0},"b":0},{"a":0,"b":{"x":1,"y":1}}])",
+     R"([{"a":0,"b":0},{"a":{"x":0,"y":0},"b":0},{"a":0,"b":{"x":1,"y":1}}])"},
     {"empty text", "", nullptr, "empty"},
     {"truncated object", R"({"a":[1,2)", nullptr, "malformed"},
     {"trailing comma", "[1,]", nullptr, "malformed"},
