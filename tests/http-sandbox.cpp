@@ -20,14 +20,6 @@ struct PhoneRow {
 
 using Tags = std::vector<Tag>;
 
-TEST_F(SandboxTest, TagsThroughTheLibrary) {
-    auto tags = await<Tags>([](auto done) { Tag::listWithCompany(1, 2, done); });
-    ASSERT_TRUE(tags.success) << tags.message.value_or("");
-    ASSERT_EQ(tags.result->size(), 2u);
-    EXPECT_EQ(tags.result->at(0).title(), Value("续约"));
-    EXPECT_EQ(tags.result->at(1).ID(), 5);
-}
-
 TEST_F(SandboxTest, PagesThroughTheLibrary) {
     Dictionary params{{"companyid", 1}, {"rank", 0}, {"NetType", 0}, {"p", 6}};
     auto page = await<DataPage<PhoneRow>>([&](auto done) { reply::get("getPhonePages", params, reply::page<PhoneRow>(done)); });
@@ -124,28 +116,6 @@ TEST_F(SandboxTest, ALockedNumberIsRefusedAndLeavesTheList) {
     EXPECT_EQ(request(HTTPMethod::GET, "getPhonePages", list).result->asDictionary().optInt("totalRows"), 0);
     EXPECT_TRUE(request(HTTPMethod::POST, "postUnLockPhone", lock).success);
     EXPECT_EQ(request(HTTPMethod::GET, "getPhonePages", list).result->asDictionary().optInt("totalRows"), 1);
-}
-
-TEST_F(SandboxTest, CreatedOrdersChatAndPushMessagesAppear) {
-    Dictionary order{{"Type", 1}, {"CompanyID", 1}, {"UserID", 7}, {"CTCityID", 0}, {"CTAreaID", 0}, {"ReferenceAmount", 0}, {"Amount", 129}};
-    for (const char* key : {"CTUserName", "CTCardNumber", "CTPictureTails", "CTPictureHeads", "AgentCTUserName", "AgentCTAddress",
-                            "AgentCTCardNumber", "AgentCTPictureTails", "AgentCTPictureHeads", "CTAddress", "Consignee", "Address", "Tel", "Remarks"})
-        order.set(key, nullptr);
-    order.set("CTUserName", "测试客户甲");
-    ASSERT_TRUE(request(HTTPMethod::POST, "postCreateOrder", order).success);
-    auto listed = request(HTTPMethod::GET, "getOrders", Dictionary{{"companyid", 1}, {"userid", 7}, {"status", 1}, {"keyword", "测试客户甲"}, {"p", 1}});
-    ASSERT_TRUE(listed.success);
-    EXPECT_EQ(writeJSON(listed.result->asDictionary().optArray("data")->operator[](0).asDictionary().valueOrNull("Status")), "1");
-
-    ASSERT_TRUE(request(HTTPMethod::POST, "postChat", Dictionary{{"userid", 7}, {"message", R"([{"Type":"text","Content":"你好"}])"}}).success);
-    auto chats = request(HTTPMethod::GET, "getChatMessages", Dictionary{{"companyid", 1}, {"lastMessageID", 99}});
-    ASSERT_EQ(chats.result->asArray().size(), 1u);
-    EXPECT_EQ(chats.result->asArray()[0].asDictionary().optString("Content"), "你好");
-
-    long id = sandbox->queuePushMessage(7, "order", "订单已受理");
-    auto pushed = request(HTTPMethod::GET, "fetchPushMessage", Dictionary{{"userID", 7}, {"lastMessageID", id - 1}});
-    ASSERT_EQ(pushed.result->asArray().size(), 1u);
-    EXPECT_EQ(pushed.result->asArray()[0].asDictionary().optLong("ID"), id);
 }
 
 TEST_F(SandboxTest, UploadsAndTheManifest) {
