@@ -28,9 +28,9 @@ install(FILES ${PROJECT_BINARY_DIR}/VeltraneConfig.cmake ${PROJECT_BINARY_DIR}/V
 # names them as requirements; a shared one keeps them private.
 if(BUILD_SHARED_LIBS)
   set(VELTRANE_PC_REQUIRES "")
-  set(VELTRANE_PC_REQUIRES_PRIVATE "libcurl sqlite3 libplist-2.0 simdjson")
+  set(VELTRANE_PC_REQUIRES_PRIVATE "libcurl sqlite3 expat simdjson")
 else()
-  set(VELTRANE_PC_REQUIRES "libcurl sqlite3 libplist-2.0 simdjson")
+  set(VELTRANE_PC_REQUIRES "libcurl sqlite3 expat simdjson")
   set(VELTRANE_PC_REQUIRES_PRIVATE "")
 endif()
 # Relocatable: paths from the .pc file's own place.

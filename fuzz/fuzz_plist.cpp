@@ -11,8 +11,10 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace veltrane;
     std::string why;
-    std::optional<Value> value = propertyListWithData(std::string_view(reinterpret_cast<const char*>(data), size), &why);
+    Value kinds;
+    std::optional<Value> value = propertyListWithData(std::string_view(reinterpret_cast<const char*>(data), size), &why, &kinds);
     if (!value && why.empty()) std::abort();
+    if (value && kinds.isNull()) std::abort();  // every value read has its kind
     if (value) (void)describe(*value);
     return 0;
 }

@@ -33,22 +33,31 @@ std::optional<Dictionary> metadataOf(const Dictionary& manifest) {
     return metadata->asDictionary();
 }
 
-// The leading decimal number of a version; 0 for none. A version that is
-// neither text nor a number is of the wrong shape.
-double versionNumber(const std::optional<Value>& version, const char* where) {
+// Versions as numbers go up to 2^53, where doubles stop telling whole numbers apart.
+constexpr double kLargestVersion = 9007199254740992.0;
+
+// The leading decimal number of a version; 0 for none. A version is text or
+// a number from 0 to 2^53; anything else (a date, data, a boolean, a negative,
+// huge or non-finite number, a container) is of the wrong shape. kind is the
+// property-list kind the value was read from, when known.
+double versionNumber(const std::optional<Value>& version, std::optional<std::string> kind, const char* where) {
     if (!version) return 0;
+    if (kind && *kind != "string" && *kind != "integer" && *kind != "real") throw WrongShape{where};
     if (std::optional<std::string_view> text = version->stringIf()) return leadingDouble(*text);
-    if (std::optional<Number> number = version->numberIf()) return number->doubleValue();
+    double number = version->numberIf() ? version->numberIf()->doubleValue() : -1;
+    if (number >= 0 && number <= kLargestVersion) return number;  // NaN fails both
     throw WrongShape{where};
 }
 
 // Compares the manifest with the running application: (newer, message).
-std::pair<bool, std::string> compare(const Dictionary& manifest) {
+std::pair<bool, std::string> compare(const Dictionary& manifest, const Dictionary& kinds) {
     std::optional<Dictionary> metadata = metadataOf(manifest);
+    std::optional<Dictionary> metadataKinds = metadataOf(kinds);
     std::optional<Value> remote = metadata ? metadata->optValue("bundle-version") : std::nullopt;
     std::optional<Value> local = Bundle::mainBundle().infoDictionary().optValue("CFBundleShortVersionString");
     log("remote version : " + describeOrNull(remote) + ", local version : " + describeOrNull(local));
-    bool newer = versionNumber(remote, "bundle-version") > versionNumber(local, "CFBundleShortVersionString");
+    std::optional<std::string> remoteKind = metadataKinds ? metadataKinds->optString("bundle-version") : std::nullopt;
+    bool newer = versionNumber(remote, remoteKind, "bundle-version") > versionNumber(local, std::nullopt, "CFBundleShortVersionString");
     std::optional<Value> note = metadata ? metadata->optValue("note") : std::nullopt;
     return {newer, "Version " + describeOrNull(remote) + (note ? " \n " + describe(*note) : "")};
 }
@@ -60,14 +69,15 @@ void Updater::checkWithPListURL(std::string url, UpdateCheckCompletion callback)
         auto complete = [&callback](bool newer, std::optional<std::string> message) {
             Dispatch::mainQueue().async([callback, newer, message = std::move(message)] { callback(newer, message); });
         };
-        std::optional<Dictionary> manifest = dictionaryWithContentsOfURL(url);
+        Value kinds;
+        std::optional<Dictionary> manifest = dictionaryWithContentsOfURL(url, &kinds);
         log("remote plist:" + (manifest ? describe(*manifest) : std::string("(null)")));
         if (!manifest) {
             log("dict is nil");
             return complete(false, std::nullopt);
         }
         try {
-            auto [newer, message] = compare(*manifest);
+            auto [newer, message] = compare(*manifest, kinds.asDictionary());
             complete(newer, std::move(message));
         } catch (const WrongShape& wrong) {
             log(std::string("manifest of the wrong shape at ") + wrong.where);

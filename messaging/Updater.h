@@ -18,8 +18,9 @@ public:
     // 1.1, older than 1.9; 2.0.3 equals 2.0.1. The completion runs on the main
     // queue with (remote > local, "Version <remote>" or "Version <remote> \n
     // <note>"); "(null)" stands for a missing version. A manifest that cannot
-    // be had, or whose items, first item or metadata is of the wrong kind,
-    // gives (false, nothing).
+    // be had, or whose items, first item or metadata is of the wrong kind, or
+    // whose version is neither text nor a number from 0 to 2^53 (a date,
+    // data, a boolean, a negative or huge number), gives (false, nothing).
     static void checkWithPListURL(std::string url, UpdateCheckCompletion callback);
 };
 

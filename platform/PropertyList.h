@@ -15,19 +15,29 @@ namespace veltrane {
 inline constexpr size_t kMaxPropertyListBytes = 16u << 20;
 
 // Reads a property list (XML or binary) from bytes. Dictionaries, arrays,
-// strings, booleans, integers and reals map to their values; a date becomes
-// seconds since 1970 (a double), data becomes its base64 text, a UID an
-// unsigned number. Any bytes are safe: a binary list is checked in full before
-// libplist reads it (structure, references, nesting, size once expanded, NUL
-// characters in text). Nothing when the bytes are not an acceptable property
-// list, with the reason in *error when error is given.
-std::optional<Value> propertyListWithData(std::string_view bytes, std::string* error = nullptr);
+// strings and booleans map to their values; an integer to a signed number
+// (-2^63 to 2^63 - 1) or, above that, an unsigned one (up to 2^64 - 1); a real
+// to a double; a date to seconds since 1970 as a double, fraction included,
+// for any year; data to its base64 text; a UID to an unsigned number; a
+// binary null to JSON null.
+//
+// Since a date reads as a number and data as text, kinds (when given)
+// receives a value of the same shape whose leaves name what each leaf was:
+// "string", "integer", "real", "boolean", "date", "data", "uid" or "null".
+//
+// Any bytes are safe. Nothing, with the reason in *error when error is given,
+// for bytes that are not a property list, text that holds a NUL character or
+// is not Unicode, an integer beyond 64 bits, nesting past 256 levels, an XML
+// entity declaration, or a binary list that refers outside itself, to itself,
+// or to its objects so often that it would expand past 2^20 values.
+std::optional<Value> propertyListWithData(std::string_view bytes, std::string* error = nullptr, Value* kinds = nullptr);
 
 // Fetches url (http, https or file; a plain path is read as a file) and reads
-// it as a property list whose top level is a dictionary. Nothing on any
-// failure: no network, HTTP error status, not a property list, not a
-// dictionary. Blocks the calling thread for the whole download.
-std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url);
+// it as a property list whose top level is a dictionary (kinds as above).
+// Nothing on any failure: no network, HTTP error status, not a property list,
+// not a dictionary; the reason is logged. Blocks the calling thread for the
+// whole download.
+std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds = nullptr);
 
 // The application's information dictionary ("CFBundleShortVersionString" and
 // whatever else it sets). Empty until the application sets it.

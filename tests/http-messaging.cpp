@@ -121,7 +121,13 @@ TEST_F(UpdateCheck, ManifestsInBothFormats) {
         {"an item not a dictionary", plistDocument("<dict><key>items</key><array><string>9</string></array></dict>"), "1.0", false, std::nullopt},
         {"metadata not a dictionary", plistDocument("<dict><key>items</key><array><dict><key>metadata</key><array/></dict></array></dict>"),
          "1.0", false, std::nullopt},
-        {"a version of the wrong kind", manifest("<key>bundle-version</key><dict/>"), "1.0", false, std::nullopt},
+        // A version is text or a number from 0 to 2^53: no other kind ever announces an update.
+        {"a version that is a dictionary", manifest("<key>bundle-version</key><dict/>"), "1.0", false, std::nullopt},
+        {"a version that is a date", manifest("<key>bundle-version</key><date>2030-01-01T00:00:00Z</date>"), "0", false, std::nullopt},
+        {"a version that is data", manifest("<key>bundle-version</key><data>OS45</data>"), "0", false, std::nullopt},
+        {"a version that is a boolean", manifest("<key>bundle-version</key><true/>"), "0", false, std::nullopt},
+        {"a negative version", manifest("<key>bundle-version</key><integer>-1</integer>"), "0", false, std::nullopt},
+        {"a huge version", manifest("<key>bundle-version</key><integer>18446744073709551615</integer>"), "0", false, std::nullopt},
         {"an array at the top", plistDocument("<array/>"), "1.0", false, std::nullopt},
         {"not a property list", "<html>9.9</html>", "1.0", false, std::nullopt},
     };
@@ -321,6 +327,17 @@ TEST_F(MessagingOverHTTP, WatchPrintsWhatPushQueuesAndStopsOnCtrlC) {
     EXPECT_EQ(again.stop(SIGTERM), 0);
     EXPECT_EQ(again.output.find("[order]"), std::string::npos) << again.output;
     std::filesystem::remove(settings);
+
+    // A store that cannot be opened keeps the identifier for the run: three
+    // polls print the message once.
+    std::filesystem::path folder = std::filesystem::temp_directory_path() / ("veltrane-watch-folder-" + std::to_string(getpid()));
+    std::filesystem::create_directories(folder);
+    Process unusable({"watch", "--server", sandbox->address(), "--settings", folder.string(), "--from-start"});
+    ASSERT_TRUE(unusable.waitFor("尽快")) << unusable.output;
+    unusable.waitFor("never printed", 2500ms);
+    EXPECT_EQ(unusable.stop(SIGINT), 0);
+    EXPECT_EQ(unusable.output.find("尽快"), unusable.output.rfind("尽快")) << unusable.output;
+    std::filesystem::remove_all(folder);
 }
 
 } // namespace
