@@ -3,6 +3,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
@@ -58,29 +59,42 @@ UserDefaults::UserDefaults(std::filesystem::path file) : file_(std::move(file)) 
 
 UserDefaults::~UserDefaults() = default;
 
-void UserDefaults::open() {
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        sqlite3* db = nullptr;
-        int rc = sqlite3_open_v2(file_.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
-        db_.reset(db);
-        if (rc != SQLITE_OK) {
-            log("settings store " + file_.string() + ": open failed: " + (db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)));
-            db_.reset();
-            return;
-        }
-        std::string reason;
-        if (usable(reason)) break;
-        if (attempt == 1) {
-            log("settings store " + file_.string() + ": a fresh store is unusable too: " + reason);
-            db_.reset();
-            return;
-        }
-        setAside(reason);
+void UserDefaults::open(Rows rescued, bool fresh) {
+    sqlite3* db = nullptr;
+    int rc = sqlite3_open_v2(file_.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
+    db_.reset(db);
+    std::string reason;
+    if (rc != SQLITE_OK) {
+        keepInMemory(std::string("cannot be opened: ") + (db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)));
+    } else if (!usable(reason)) {
+        if (!fresh) return recover(reason);
+        keepInMemory("is unusable, and a fresh store too: " + reason);
+    } else {
+        sqlite3_busy_timeout(db_.get(), 5000);
+        execute("PRAGMA journal_mode=WAL");
+        execute("PRAGMA synchronous=NORMAL");
+        if (!execute("CREATE TABLE IF NOT EXISTS defaults (key TEXT PRIMARY KEY NOT NULL, value TEXT NOT NULL)"))
+            keepInMemory("cannot be written");
     }
-    sqlite3_busy_timeout(db_.get(), 5000);
-    execute("PRAGMA journal_mode=WAL");
-    execute("PRAGMA synchronous=NORMAL");
-    execute("CREATE TABLE IF NOT EXISTS defaults (key TEXT PRIMARY KEY NOT NULL, value TEXT NOT NULL)");
+    if (rescued.empty()) return;
+    execute("BEGIN");
+    Statement put(db_.get(), "INSERT OR REPLACE INTO defaults (key, value) VALUES (?1, ?2)");
+    for (const auto& [key, value] : rescued) {
+        sqlite3_reset(put.get());
+        put.bind(1, key);
+        put.bind(2, value);
+        put.step();
+    }
+    execute("COMMIT");
+}
+
+void UserDefaults::keepInMemory(const std::string& reason) {
+    sqlite3* db = nullptr;
+    sqlite3_open_v2(":memory:", &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX, nullptr);
+    db_.reset(db);
+    inMemory_ = true;
+    log("settings store " + file_.string() + " " + reason + "; keeping settings in memory for this run");
+    execute("CREATE TABLE defaults (key TEXT PRIMARY KEY NOT NULL, value TEXT NOT NULL)");
 }
 
 // Whether SQLite can read the whole file; the reason when it cannot.
@@ -95,13 +109,63 @@ bool UserDefaults::usable(std::string& reason) {
         const char* result = reinterpret_cast<const char*>(sqlite3_column_text(check.get(), 0));
         if (result && std::string_view(result) == "ok") return true;
         reason = result ? result : "integrity check failed";
+        std::replace(reason.begin(), reason.end(), '\n', ' ');  // one log line
         return false;
     }
     reason = sqlite3_errmsg(db_.get());
     return !damaged(rc);
 }
 
-void UserDefaults::setAside(const std::string& reason) {
+UserDefaults::Rows UserDefaults::salvage(uint64_t& total) {
+    Rows rows;
+    total = 0;
+    if (Statement count(db_.get(), "SELECT count(*) FROM defaults"); count && count.step() == SQLITE_ROW)
+        total = static_cast<uint64_t>(sqlite3_column_int64(count.get(), 0));
+    Statement next(db_.get(), "SELECT rowid, key, value FROM defaults WHERE rowid > ?1 ORDER BY rowid");
+    if (!next) return rows;
+    auto seek = [&](int64_t after) {
+        sqlite3_reset(next.get());
+        sqlite3_bind_int64(next.get(), 1, after);
+        return next.step();
+    };
+    int64_t after = 0, highest = 0;
+    for (;;) {
+        int rc = seek(after);
+        for (; rc == SQLITE_ROW; rc = next.step()) {
+            after = highest = sqlite3_column_int64(next.get(), 0);
+            const char* key = reinterpret_cast<const char*>(sqlite3_column_text(next.get(), 1));
+            const char* value = reinterpret_cast<const char*>(sqlite3_column_text(next.get(), 2));
+            if (!key || !value) continue;
+            try {
+                parseJSON(value);  // a damaged cell can read as any bytes
+                rows.emplace_back(key, value);
+            } catch (const JSONError&) {
+            }
+        }
+        if (rc == SQLITE_DONE) break;
+        // Rows beyond `after` sit on a damaged page: find the first rowid
+        // from which the table reads again (doubling, then halving the step).
+        auto readable = [&](int64_t from) {
+            int r = seek(from);
+            return r == SQLITE_ROW || r == SQLITE_DONE;
+        };
+        int64_t step = 1;
+        while (step < (int64_t{1} << 40) && !readable(after + step)) step *= 2;
+        if (step >= (int64_t{1} << 40)) break;
+        int64_t bad = after + step / 2, good = after + step;
+        while (good - bad > 1) {
+            int64_t middle = bad + (good - bad) / 2;
+            (readable(middle) ? good : bad) = middle;
+        }
+        after = good;
+    }
+    total = std::max({total, static_cast<uint64_t>(rows.size()), static_cast<uint64_t>(highest)});
+    return rows;
+}
+
+void UserDefaults::recover(const std::string& reason) {
+    uint64_t total = 0;
+    Rows rescued = db_ ? salvage(total) : Rows();
     db_.reset();
     char stamp[32];
     std::time_t now = std::time(nullptr);
@@ -116,25 +180,25 @@ void UserDefaults::setAside(const std::string& reason) {
         std::error_code ignored;
         std::filesystem::rename(file_.string() + suffix, aside.string() + suffix, ignored);
     }
+    std::string kept = total == 0 ? "none of its keys (none could be read)"
+                                  : "the " + std::to_string(rescued.size()) + " of its " + std::to_string(total) + " keys that could be read (" +
+                                        std::to_string(total - rescued.size()) + " lost)";
     if (error) {
         log("settings store " + file_.string() + " is unusable (" + reason + ") and could not be moved aside (" + error.message() +
-            "); removing it to start a fresh store");
+            "); removing it to start a fresh store with " + kept);
         std::filesystem::remove(file_, error);
     } else {
         log("settings store " + file_.string() + " was unusable (" + reason + "); moved it to " + aside.string() +
-            " and started a fresh store");
+            " and started a fresh store with " + kept);
     }
     reported_.clear();
+    open(std::move(rescued), true);
 }
 
 bool UserDefaults::fail(const char* what, int code) {
     std::string reason = db_ ? sqlite3_errmsg(db_.get()) : "not open";
-    if (db_ && damaged(code)) {
-        setAside(reason);
-        open();
-    } else {
-        log("settings store " + file_.string() + ": " + what + " failed: " + reason);
-    }
+    if (db_ && damaged(code) && !inMemory_) recover(reason);
+    else log("settings store " + file_.string() + ": " + what + " failed: " + reason);
     return false;
 }
 
@@ -209,7 +273,7 @@ bool UserDefaults::removeObjectForKey(std::string_view key) {
 bool UserDefaults::synchronize() {
     std::lock_guard lock(mutex_);
     // Moves the log into the database file and syncs it.
-    return execute("PRAGMA wal_checkpoint(FULL)");
+    return !inMemory_ && execute("PRAGMA wal_checkpoint(FULL)");
 }
 
 void UserDefaults::setStandardPath(std::filesystem::path file) {

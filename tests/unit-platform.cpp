@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <bit>
 #include <climits>
+#include <cstdio>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -171,14 +173,24 @@ TEST_F(Settings, SynchronisedValuesSurviveAKilledProcess) {
     EXPECT_EQ(UserDefaults(file).objectForKey("LastMessageID"), Value(42));
 }
 
-TEST_F(Settings, AnUnusableLocationFailsQuietly) {
-    std::filesystem::create_directories(dir);
+// A store whose file cannot be opened keeps its values for the run, so that a
+// poller never delivers a batch twice; it says so once, with the reason.
+TEST_F(Settings, AnUnusableLocationKeepsValuesInMemoryForTheRun) {
+    std::filesystem::create_directories(dir / "folder.sqlite");
     std::ofstream(dir / "file") << "not a directory";
-    UserDefaults store(dir / "file" / "d.sqlite");
-    EXPECT_FALSE(store.setObject("k", 1));
-    EXPECT_FALSE(store.objectForKey("k"));
-    EXPECT_FALSE(logLines.empty());
-    EXPECT_FALSE(store.setObject("nan", NSBoxDouble(std::nan(""))));
+    for (const std::filesystem::path& file : {dir / "file" / "d.sqlite", dir / "folder.sqlite"}) {
+        SCOPED_TRACE(file);
+        logLines.clear();
+        UserDefaults store(file);
+        EXPECT_TRUE(store.inMemory());
+        EXPECT_TRUE(store.setObject("LastMessageID", 12));
+        EXPECT_EQ(store.objectForKey("LastMessageID"), Value(12));
+        EXPECT_FALSE(store.synchronize()) << "nothing reaches a disk";
+        EXPECT_FALSE(store.setObject("nan", NSBoxDouble(std::nan(""))));
+        ASSERT_EQ(logLines.size(), 2u);
+        EXPECT_NE(logLines[0].find("cannot be opened: unable to open database file; keeping settings in memory for this run"), std::string::npos)
+            << logLines[0];
+    }
 }
 
 // Damage of every kind: the store is moved aside with a log line naming where,
@@ -223,10 +235,49 @@ TEST_F(Settings, AnUnusableFileIsMovedAsideAndAFreshStoreStarts) {
         ASSERT_NE(at, std::string::npos) << logLines[0];
         std::string aside = logLines[0].substr(at + 12, logLines[0].find(" and started") - at - 12);
         EXPECT_TRUE(std::filesystem::exists(aside)) << aside;
-        EXPECT_EQ(store.lookup("key1").state, UserDefaults::Lookup::State::absent);
+        // What the line says was saved is in the fresh store, intact.
+        int saved = 0, lost = 200;
+        if (logLines[0].find("with none of its keys (none could be read)") == std::string::npos) {
+            ASSERT_EQ(std::sscanf(logLines[0].c_str() + logLines[0].find("with the "), "with the %d of its 200 keys that could be read (%d lost)", &saved,
+                                  &lost),
+                      2)
+                << logLines[0];
+        }
+        EXPECT_EQ(saved + lost, 200);
+        int found = 0;
+        for (int i = 0; i < 200; ++i) found += store.objectForKey("key" + std::to_string(i)) == Value(std::string(100, 'v'));
+        EXPECT_EQ(found, saved);
         EXPECT_TRUE(store.setObject("LastMessageID", 7));
         EXPECT_EQ(store.objectForKey("LastMessageID"), Value(7));
     }
+}
+
+// A few damaged pages lose the keys on them, not the store.
+TEST_F(Settings, ADamagedFileLosesOnlyTheKeysOnItsDamagedPages) {
+    std::filesystem::path file = dir / "d.sqlite";
+    {
+        UserDefaults store(file);
+        for (int i = 0; i < 4100; ++i) store.setObject("key" + std::to_string(i), "value " + std::to_string(i));
+        store.synchronize();
+    }
+    std::filesystem::remove(file.string() + "-wal");
+    std::filesystem::remove(file.string() + "-shm");
+    {
+        std::fstream out(file, std::ios::in | std::ios::out | std::ios::binary);
+        for (std::streamoff page : {40, 41, 90}) {
+            out.seekp(page * 4096);
+            out << std::string(4096, '\xA5');
+        }
+    }
+    logLines.clear();
+    UserDefaults store(file);
+    int found = 0;
+    for (int i = 0; i < 4100; ++i) found += store.objectForKey("key" + std::to_string(i)) == Value("value " + std::to_string(i));
+    EXPECT_GE(found, 3900);
+    ASSERT_EQ(logLines.size(), 1u);
+    EXPECT_NE(logLines[0].find("with the " + std::to_string(found) + " of its 4100 keys that could be read (" + std::to_string(4100 - found) + " lost)"),
+              std::string::npos)
+        << logLines[0];
 }
 
 TEST_F(Settings, UnreadableIsNotAbsentAndIsLoggedOnce) {
@@ -307,6 +358,79 @@ TEST_F(Settings, PropertyListsInBothFormats) {
     EXPECT_FALSE(propertyListWithData(""));
 }
 
+std::string contentsOf(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// got is want, leaf by leaf: the same kinds (a signed number is not an
+// unsigned one), doubles to the bit, keys in the same order.
+void expectSame(const Value& got, const Value& want, const std::string& path = "") {
+    if (got.type() != want.type()) {
+        ADD_FAILURE() << path << ": " << describe(got) << " instead of " << describe(want);
+    } else if (std::optional<Number> w = want.numberIf()) {
+        Number g = got.asNumber();
+        bool same = g.kind() == w->kind() &&
+                    (g.isFloating() ? std::bit_cast<uint64_t>(g.doubleValue()) == std::bit_cast<uint64_t>(w->doubleValue()) : g == *w);
+        EXPECT_TRUE(same) << path << ": " << g.text() << " instead of " << w->text();
+    } else if (const Array* a = want.arrayIf()) {
+        ASSERT_EQ(got.asArray().size(), a->size()) << path;
+        for (size_t i = 0; i < a->size(); ++i) expectSame(got.asArray()[i], (*a)[i], path + "[" + std::to_string(i) + "]");
+    } else if (const Dictionary* d = want.dictionaryIf()) {
+        ASSERT_EQ(got.asDictionary().size(), d->size()) << path;
+        auto g = got.asDictionary().begin();
+        for (const auto& [key, value] : *d) {
+            EXPECT_EQ((*g).first, key) << path;
+            expectSame((*g).second, value, path + "." + std::string(key));
+            ++g;
+        }
+    } else {
+        EXPECT_EQ(got, want) << path;
+    }
+}
+
+// What an independent writer wrote (Python's plistlib: every integer from
+// -2^63 to 2^64 - 1, dates from 1800 to 2200 with fractions, data, unicode
+// keys, nesting) reads back value by value, with the kind of every leaf.
+TEST_F(Settings, WhatPlistlibWroteReadsBackExactly) {
+    ASSERT_EQ(std::system(("python3 " VELTRANE_TEST_SUPPORT "/plists.py " + dir.string()).c_str()), 0);
+    for (std::string format : {"xml", "binary"}) {
+        SCOPED_TRACE(format);
+        std::string why;
+        Value kinds;
+        std::optional<Value> value = propertyListWithData(contentsOf(dir / (format + ".plist")), &why, &kinds);
+        ASSERT_TRUE(value) << why;
+        Value expected = parseJSON(contentsOf(dir / (format + ".json")));
+        expectSame(*value, expected.asDictionary().valueOrNull("value"));
+        expectSame(kinds, expected.asDictionary().valueOrNull("kinds"));
+    }
+}
+
+// XML texts plistlib does not write but other writers do.
+TEST(PropertyLists, XMLReadsWhatOtherWritersWrite) {
+    const struct {
+        const char* xml;
+        const char* json;
+    } cases[] = {
+        {"<date>1999-12-31T23:59:59.5Z</date>", "946684799.5"},
+        {"<date>2026Z</date>", "1767225600.0"},
+        {"<integer> 0x10 </integer>", "16"},
+        {"<integer>+5</integer>", "5"},
+        {"<integer>-0x8000000000000000</integer>", "-9223372036854775808"},
+        {"<real>-inf</real>", "-1e999"},
+        {"<data>AQ\n  I=</data>", "\"AQI=\""},
+        {"<dict><key>a</key><integer>1</integer><key>a</key><integer>2</integer></dict>", R"({"a":2})"},
+        {"<string>&lt;&#x4E2D;&amp;</string>", R"("<中&")"},
+    };
+    for (const auto& c : cases) {
+        std::string why;
+        std::optional<Value> value = propertyListWithData(std::string("<?xml version=\"1.0\"?><plist>") + c.xml + "</plist>", &why);
+        ASSERT_TRUE(value) << c.xml << ": " << why;
+        if (value->isNumber() && std::isinf(value->doubleValue())) EXPECT_EQ(value->doubleValue(), -HUGE_VAL) << c.xml;
+        else expectSame(*value, parseJSON(c.json), c.xml);
+    }
+}
+
 // A binary property list assembled from its objects (each object's bytes, its
 // references written with refSize bytes) with object 0 at the top; offsets
 // take two bytes.
@@ -350,6 +474,16 @@ const HostilePlistCase kHostilePlists[] = {
     {"an offset table outside the list", binaryPlist({"\x08"}).replace(binaryPlist({"\x08"}).size() - 1, 1, "\x7F"), "offset table outside"},
     {"an offset outside the objects", binaryPlist({"\x08"}).replace(8 + 1, 2, "\x7F\x7F"), "object 0: offset out of range"},
     {"too short", "bplist00", "binary property list too short"},
+    {"a 16-byte integer beyond 64 bits", binaryPlist({std::string("\x14\x00\x00\x00\x00\x00\x00\x00\x01", 9) + std::string(8, '\0')}),
+     "object 0: integer beyond 64 bits"},
+    {"half a surrogate pair", binaryPlist({"\x61" + utf16({0xD83D})}), "object 0: text holds half a surrogate pair"},
+    {"an XML integer beyond 64 bits", "<plist><integer>18446744073709551616</integer></plist>", "integer 18446744073709551616 beyond 64 bits"},
+    {"an XML real beyond a double", "<plist><real>1e400</real></plist>", "real 1e400 beyond a double"},
+    {"an XML date that is not one", "<plist><date>2026-02-29T00:00:00Z</date></plist>", "date \"2026-02-29T00:00:00Z\" is not"},
+    {"an XML entity declaration", R"(<!DOCTYPE p [<!ENTITY a "aaaa">]><plist><string>&a;</string></plist>)", "entity declarations are not allowed"},
+    {"XML that is not a property list", "<html><body/></html>", "unknown element <html>"},
+    {"a dictionary value without a key", "<plist><dict><string>x</string></dict></plist>", "a dictionary value without a key"},
+    {"two values in a plist", "<plist><true/><false/></plist>", "a property list holds one value"},
 };
 
 TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
