@@ -58,10 +58,23 @@ void Receipt::uploadSignaturePDF(std::string pdf, UploadCompletion callback, Upl
         parts.appendPlainText("SN", SN);
         parts.appendPlainText("ID", ID);
     });
+    // The transfer's thread reports progress; the main queue hears it at most
+    // every 100 ms, and always each time all is sent. A redirect that repeats
+    // the request starts again from 0, so a report of all sent is posted for
+    // every request of the chain, and once more before the completion of a
+    // successful upload whose last report fell short.
+    struct Throttle {
+        std::optional<std::chrono::steady_clock::time_point> last;
+        bool atTotal = false;  // the last report posted said all was sent
+        uint64_t total = 0;
+    };
+    auto throttle = std::make_shared<Throttle>();
     auto task = HTTPSession::sharedSession().dataTaskWithRequest(
-        std::move(request), [callback = std::move(callback)](std::optional<std::string> data, std::optional<HTTPResponse>, std::optional<HTTPError> error) {
-            Dispatch::mainQueue().async([callback, data = std::move(data), error = std::move(error)] {
+        std::move(request), [callback = std::move(callback), progress, throttle](std::optional<std::string> data, std::optional<HTTPResponse>,
+                                                                                  std::optional<HTTPError> error) {
+            Dispatch::mainQueue().async([callback, progress, throttle, data = std::move(data), error = std::move(error)] {
                 if (std::optional<Dictionary> reply = data ? jsonDictionary(*data) : std::nullopt) {
+                    if (progress && !throttle->atTotal && throttle->total) progress(throttle->total, throttle->total);
                     log(describe(*reply));
                     callback(true, std::string("上传成功"));
                 } else {
@@ -70,20 +83,12 @@ void Receipt::uploadSignaturePDF(std::string pdf, UploadCompletion callback, Upl
             });
         });
     if (progress) {
-        // The transfer's thread reports; the main queue hears at most every
-        // 100 ms, and always the last report.
-        struct Throttle {
-            std::optional<std::chrono::steady_clock::time_point> last;
-            bool finished = false;
-        };
-        task->setProgressHandler([progress = std::move(progress), throttle = std::make_shared<Throttle>()](uint64_t sent, uint64_t total) {
+        task->setProgressHandler([progress, throttle](uint64_t sent, uint64_t total) {
             auto now = std::chrono::steady_clock::now();
-            if (sent == total) {
-                if (std::exchange(throttle->finished, true)) return;
-            } else if (throttle->last && now - *throttle->last < std::chrono::milliseconds(100)) {
-                return;
-            }
+            if (sent == total ? throttle->atTotal : throttle->last && now - *throttle->last < std::chrono::milliseconds(100)) return;
             throttle->last = now;
+            throttle->atTotal = sent == total;
+            throttle->total = total;
             Dispatch::mainQueue().async([progress, sent, total] { progress(sent, total); });
         });
     }

@@ -26,6 +26,16 @@ public:
     UploadServer()
         : server([this](httplib::Server& s) {
               s.Post("/index.php/api/common/upload", [this](const httplib::Request&, httplib::Response& res, const httplib::ContentReader& read) {
+                  if (redirect) {  // answers once the whole body is in, slowly, and the client sends it again
+                      read([](const httplib::MultipartFormData&) { return true; }, [](const char*, size_t) { return true; });
+                      std::this_thread::sleep_for(200ms);
+                      return res.set_redirect("/moved/upload", 307);
+                  }
+                  receive(res, read);
+              });
+              s.Post("/moved/upload", [this](const httplib::Request&, httplib::Response& res, const httplib::ContentReader& read) { receive(res, read); });
+          }) {}
+    void receive(httplib::Response& res, const httplib::ContentReader& read) {
                   std::vector<Part> got;
                   read([&](const httplib::MultipartFormData& f) { got.push_back({f.name, f.filename, f.content_type, ""}); return true; },
                        [&](const char* data, size_t n) { got.back().content.append(data, n); return true; });
@@ -33,9 +43,9 @@ public:
                   parts = std::move(got);
                   res.status = status;
                   res.set_content(body, "application/json");
-              });
-          }) {}
+    }
     test::LoopbackServer server;
+    std::atomic<bool> redirect = false;
     std::mutex mutex;
     std::vector<Part> parts;
     int status = 200;
@@ -98,6 +108,15 @@ TEST_F(SignatureUpload, PartsInOrderAndTheCompletionOnTheMainQueue) {
     EXPECT_GT(u.progress.back().second, pdf.size());
     EXPECT_LT(u.progress.size(), 200u) << "throttled";
     for (size_t i = 1; i < u.progress.size(); ++i) EXPECT_LE(u.progress[i - 1].first, u.progress[i].first);
+}
+
+TEST_F(SignatureUpload, ProgressEndsAtTheTotalWhateverTheRedirects) {
+    uploads.redirect = true;
+    Upload u = upload(Receipt(test::dict(R"({"SN":"A","ID":1})")), std::string(1 << 20, 'p'));
+    EXPECT_TRUE(u.success);
+    EXPECT_EQ(uploads.parts.size(), 3u) << "sent again after the 307";
+    ASSERT_FALSE(u.progress.empty());
+    EXPECT_EQ(u.progress.back().first, u.progress.back().second) << "the last report: all sent, " << u.progress.back().first;
 }
 
 TEST_F(SignatureUpload, WhatCountsAsSuccess) {
