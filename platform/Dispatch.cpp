@@ -7,20 +7,9 @@
 #include <thread>
 
 #include "veltrane/foundation/Log.h"
+#include "veltrane/platform/ThreadPool.h"
 
 namespace veltrane {
-
-namespace {
-void runGuarded(const Task& task, const char* where) {
-    try {
-        task();
-    } catch (const std::exception& e) {
-        log(std::string(where) + ": task raised: " + e.what());
-    } catch (...) {
-        log(std::string(where) + ": task raised an unknown exception");
-    }
-}
-} // namespace
 
 void MainQueue::async(Task task) { enqueue(Clock::now(), std::move(task)); }
 
@@ -90,42 +79,10 @@ MainQueue& Dispatch::mainQueue() {
     return queue;
 }
 
-namespace {
-// Never destroyed: its threads may outlive static destruction at exit.
-class Pool {
-public:
-    explicit Pool(unsigned threads) {
-        for (unsigned i = 0; i < threads; ++i) std::thread([this] { work(); }).detach();
-    }
-    void submit(Task task) {
-        {
-            std::lock_guard lock(mutex_);
-            tasks_.push_back(std::move(task));
-        }
-        ready_.notify_one();
-    }
-
-private:
-    void work() {
-        for (;;) {
-            Task task;
-            {
-                std::unique_lock lock(mutex_);
-                ready_.wait(lock, [&] { return !tasks_.empty(); });
-                task = std::move(tasks_.front());
-                tasks_.pop_front();
-            }
-            runGuarded(task, "global queue");
-        }
-    }
-    std::mutex mutex_;
-    std::condition_variable ready_;
-    std::deque<Task> tasks_;
-};
-} // namespace
-
 void Dispatch::globalQueue(Task task) {
-    static Pool* pool = new Pool(std::clamp(std::thread::hardware_concurrency(), 2u, 4u));
+    // Never destroyed: its threads may outlive static destruction at exit.
+    static ThreadPool* pool = new ThreadPool("global queue", std::clamp(std::thread::hardware_concurrency(), 2u, 4u), kGlobalQueueMaxThreads,
+                                             std::chrono::seconds(10));
     pool->submit(std::move(task));
 }
 

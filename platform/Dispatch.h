@@ -54,11 +54,18 @@ private:
     Executor executor_;
 };
 
+// How many threads the global queue may grow to.
+inline constexpr size_t kGlobalQueueMaxThreads = 64;
+
 class Dispatch {
 public:
     static MainQueue& mainQueue();
-    // Runs task on a pool of high-priority background threads (created on
-    // first use, alive for the whole process). Exceptions are logged.
+    // Runs task on the pool of high-priority background threads (created on
+    // first use, alive for the whole process): 2 to 4 threads, one per core,
+    // and more when all of them are busy, up to kGlobalQueueMaxThreads, so that
+    // a task that blocks (a manifest read over a slow network) never holds up
+    // the others; threads beyond the first ones end after 10 s idle.
+    // Exceptions are logged.
     static void globalQueue(Task task);
 };
 

@@ -5,7 +5,10 @@
 #include <httplib.h>
 #include <plist/plist.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -19,13 +22,45 @@
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/Log.h"
 #include "veltrane/platform/Encodings.h"
+#include "veltrane/platform/ThreadPool.h"
 
 namespace veltrane::sandbox {
 
 namespace {
 
 constexpr size_t kMaxBodyBytes = 8u << 20;
-constexpr int kWorkers = 32;
+// An upload's parts: how many, and how long a text part may be.
+constexpr size_t kMaxParts = 8;
+constexpr size_t kMaxTextPart = 1024;
+
+// cpp-httplib as Debian builds it listens with a backlog of 5, so a burst of
+// new connections loses SYNs and waits a second for each retry. Listening
+// again on the bound socket widens the backlog.
+class Listener : public httplib::Server {
+public:
+    void widenBacklog() { ::listen(svr_sock_, SOMAXCONN); }
+};
+
+// Connections are served on a pool that grows with them: a keep-alive
+// connection holds its thread while it is open, so a fixed pool smaller than
+// the clients' connections makes the others wait for an idle one to time out.
+class ConnectionPool : public httplib::TaskQueue {
+public:
+    void enqueue(std::function<void()> fn) override { pool_.submit(std::move(fn)); }
+    void shutdown() override { pool_.shutdown(); }
+
+private:
+    ThreadPool pool_{"sandbox", 8, 1024, std::chrono::seconds(10)};
+};
+
+// A folder of the sandbox's own under the system's temporary folder.
+std::filesystem::path temporaryFolder() {
+    static std::atomic<int> count{0};
+    std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("veltrane-sandbox-" + std::to_string(::getpid()) + "-" + std::to_string(++count));
+    std::filesystem::create_directories(folder);
+    return folder;
+}
 
 std::string envelope(const Answer& a) {
     Dictionary reply{{"status", a.ok ? 1 : 0}, {"info", a.info}};
@@ -139,14 +174,15 @@ std::string escapedForLog(std::string_view text) {
 std::optional<std::string> uploadFileName(std::string_view SN, std::string_view ID) {
     auto snChar = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_'; };
     if (SN.empty() || SN.size() > 64 || !std::all_of(SN.begin(), SN.end(), snChar)) return std::nullopt;
-    std::string_view digits = !ID.empty() && ID.front() == '-' ? ID.substr(1) : ID;
-    if (digits.empty() || digits.size() > 19 || digits.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
+    long id = 0;
+    auto [end, error] = std::from_chars(ID.data(), ID.data() + ID.size(), id);
+    if (ID.empty() || ID.front() == '+' || error != std::errc() || end != ID.data() + ID.size()) return std::nullopt;
     return std::string(SN) + "-" + std::string(ID) + ".pdf";
 }
 
 struct Sandbox::Impl {
     Options options;
-    httplib::Server server;
+    Listener server;
     std::thread thread;
     int port = 0;
 
@@ -154,7 +190,11 @@ struct Sandbox::Impl {
     State state;
     std::map<std::string, Fault> faults;
     Array uploads;
-    std::map<std::string, std::string> signedCopies;  // stored name → the PDF
+    // Where uploads are kept: DIR/uploads, or a temporary folder removed
+    // with the sandbox. Their bytes never stay in memory.
+    std::filesystem::path uploadsFolder;
+    bool temporaryUploads = false;
+    std::atomic<long> incoming{0};
     std::string manifestVersion;
     std::optional<std::string> manifestNote;
     std::vector<std::string> requested;
@@ -174,10 +214,24 @@ struct Sandbox::Impl {
             throw std::invalid_argument((options.dataDirectory ? (*options.dataDirectory / "seed.json").string() : "the built-in seed") + ": " +
                                         e.what());
         }
+        std::error_code error;
+        if (options.dataDirectory) {
+            uploadsFolder = *options.dataDirectory / "uploads";
+            if (!std::filesystem::create_directories(uploadsFolder, error) && error)
+                throw std::invalid_argument("--data: cannot make " + uploadsFolder.string() + ": " + error.message());
+        } else {
+            uploadsFolder = temporaryFolder();
+            temporaryUploads = true;
+        }
         Dictionary manifest = state.seed.optDictionary("manifest");
         manifestVersion = options.manifestVersion.value_or(manifest.optString("version").value_or("1.0"));
         manifestNote = options.manifestNote ? options.manifestNote : options.manifestVersion ? std::nullopt : manifest.optString("note");
         configure();
+    }
+
+    ~Impl() {
+        std::error_code ignored;
+        if (temporaryUploads) std::filesystem::remove_all(uploadsFolder, ignored);
     }
 
     // The fault to apply to this request of api, if any (counting it down).
@@ -228,34 +282,84 @@ struct Sandbox::Impl {
         return fields;
     }
 
-    void upload(const httplib::Request& req, httplib::Response& res) {
+    // The signature upload, read as it arrives: the file part goes straight
+    // to a temporary file in the uploads folder, text parts stay in memory
+    // (at most kMaxParts of kMaxTextPart bytes), and the body stops at
+    // kMaxBodyBytes, chunked or not. Everything is checked before the file
+    // takes its name and the state changes.
+    void upload(const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& read) {
         requestFault.clear();
-        auto field = [&](const char* name) -> std::optional<httplib::MultipartFormData> {
-            if (!req.has_file(name)) return std::nullopt;
-            return req.get_file_value(name);
-        };
-        auto pdf = field("pdf"), sn = field("SN"), id = field("ID");
         if (!req.is_multipart_form_data()) return answer(res, Answer::failure("上传格式错误: 需要 multipart/form-data"));
-        if (!pdf || pdf->filename.empty()) return answer(res, Answer::failure("缺少文件: pdf"));
-        if (!sn) return answer(res, Answer::failure("缺少参数: SN"));
-        if (!id) return answer(res, Answer::failure("缺少参数: ID"));
-        std::optional<std::string> name = uploadFileName(sn->content, id->content);
-        if (!name) return answer(res, Answer::failure("参数格式错误: SN 应为字母数字, ID 应为整数"));
+        struct Part {
+            std::string name, fileName, contentType, text;
+            bool isFile = false;
+        };
+        std::vector<Part> parts;
+        std::filesystem::path temporary = uploadsFolder / (".incoming-" + std::to_string(++incoming));
+        std::ofstream file;
+        size_t bytes = 0, fileSize = 0;
+        std::optional<std::string> refusal;
+        bool whole = read(
+            [&](const httplib::MultipartFormData& f) {
+                if (parts.size() == kMaxParts) refusal = "上传格式错误: 最多 " + std::to_string(kMaxParts) + " 个部分";
+                if (refusal) return false;
+                bool isFile = f.name == "pdf" && !file.is_open();  // the first "pdf" part
+                parts.push_back({f.name, f.filename, f.content_type, {}, isFile});
+                if (isFile) file.open(temporary, std::ios::binary);
+                return true;
+            },
+            [&](const char* data, size_t n) {
+                if ((bytes += n) > kMaxBodyBytes) refusal = "请求体过大: 最多 " + std::to_string(kMaxBodyBytes) + " 字节";
+                else if (!parts.back().isFile && parts.back().text.size() + n > kMaxTextPart) refusal = "参数过长: " + escapedForLog(parts.back().name);
+                if (refusal) return false;
+                if (!parts.back().isFile) return parts.back().text.append(data, n), true;
+                fileSize += n;
+                if (!file.write(data, static_cast<std::streamsize>(n))) refusal = "保存失败: 写入上传文件出错";
+                return !refusal;
+            });
+        file.close();
+        auto refuse = [&](std::string message) {
+            std::error_code ignored;
+            std::filesystem::remove(temporary, ignored);
+            if (bytes > kMaxBodyBytes) res.status = 413;
+            answer(res, Answer::failure(std::move(message)));
+        };
+        if (refusal) return refuse(*refusal);
+        if (!whole) return refuse("上传不完整");
+        auto part = [&](const char* name) -> const Part* {
+            for (const Part& p : parts)
+                if (p.name == name && (p.isFile || std::string_view(name) != "pdf")) return &p;
+            return nullptr;
+        };
+        const Part *pdf = part("pdf"), *sn = part("SN"), *id = part("ID");
+        if (!pdf || pdf->fileName.empty()) return refuse("缺少文件: pdf");
+        if (!sn) return refuse("缺少参数: SN");
+        if (!id) return refuse("缺少参数: ID");
+        std::optional<std::string> name = uploadFileName(sn->text, id->text);
+        if (!name) return refuse("参数格式错误: SN 应为字母数字, ID 应为整数");
         std::lock_guard lock(mutex);
-        if (options.dataDirectory) {
-            std::filesystem::path folder = *options.dataDirectory / "uploads";
-            std::error_code error;
-            std::filesystem::create_directories(folder, error);
-            std::ofstream out(folder / *name, std::ios::binary);
-            if (!(out << pdf->content)) return answer(res, Answer::failure("保存失败: " + *name));
-        }
+        std::error_code error;
+        std::filesystem::rename(temporary, uploadsFolder / *name, error);
+        if (error) return refuse("保存失败: " + *name);
         std::string path = "/uploads/sign/" + *name;
-        signedCopies[*name] = pdf->content;
-        size_t receipts = attachSignedCopy(state, sn->content, std::stol(id->content), path);
-        uploads.push_back(Dictionary{{"SN", sn->content}, {"ID", id->content}, {"fileName", pdf->filename}, {"storedAs", *name},
-                                     {"contentType", pdf->content_type}, {"size", static_cast<long>(pdf->content.size())},
+        size_t receipts = attachSignedCopy(state, sn->text, std::stol(id->text), path);
+        uploads.push_back(Dictionary{{"SN", sn->text}, {"ID", id->text}, {"fileName", pdf->fileName}, {"storedAs", *name},
+                                     {"contentType", pdf->contentType}, {"size", static_cast<long>(fileSize)},
                                      {"receipts", static_cast<long>(receipts)}});
         answer(res, Answer::success(Dictionary{{"path", path}}, "上传成功"));
+    }
+
+    // Serves a stored upload from its file, a piece at a time.
+    void serveUpload(const std::string& name, httplib::Response& res) {
+        auto in = std::make_shared<std::ifstream>(uploadsFolder / name, std::ios::binary | std::ios::ate);
+        if (!*in) return void(res.status = 404);
+        size_t size = static_cast<size_t>(in->tellg());
+        res.set_content_provider(size, "application/pdf", [in](size_t offset, size_t length, httplib::DataSink& sink) {
+            char buffer[64 * 1024];
+            in->seekg(static_cast<std::streamoff>(offset));
+            in->read(buffer, static_cast<std::streamsize>(std::min(length, sizeof buffer)));
+            return in->gcount() > 0 && sink.write(buffer, static_cast<size_t>(in->gcount()));
+        });
     }
 
     void setFaultFromRequest(const std::map<std::string, std::string>& p, httplib::Response& res) {
@@ -316,7 +420,7 @@ struct Sandbox::Impl {
         server.set_read_timeout(5, 0);
         server.set_write_timeout(5, 0);
         server.set_payload_max_length(kMaxBodyBytes);
-        server.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
+        server.new_task_queue = [] { return new ConnectionPool(); };
         // Not SO_REUSEPORT: a second server on the same port is refused.
         server.set_socket_options([](socket_t sock) {
             int yes = 1;
@@ -325,15 +429,22 @@ struct Sandbox::Impl {
         server.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
             requestStart = std::chrono::steady_clock::now();
             requestFault.clear();
-            // A body declared too large is refused at once, without reading it.
+            // Refused at once, without reading the body: a body declared too
+            // large, and a body on anything but a POST (every POST route reads
+            // its body itself, within the limit; cpp-httplib would read any
+            // other whole, chunked ones without a limit).
+            auto refuse = [&](int status, std::string message) {
+                res.status = status;
+                res.set_header("Connection", "close");
+                answer(res, Answer::failure(std::move(message)));
+                return httplib::Server::HandlerResponse::Handled;
+            };
             const std::string& length = req.get_header_value("Content-Length");
             bool digits = !length.empty() && length.find_first_not_of("0123456789") == std::string::npos;
-            if (digits && (length.size() > 18 || std::stoull(length) > kMaxBodyBytes)) {
-                res.status = 413;
-                res.set_header("Connection", "close");
-                answer(res, Answer::failure("请求体过大: 最多 " + std::to_string(kMaxBodyBytes) + " 字节"));
-                return httplib::Server::HandlerResponse::Handled;
-            }
+            if (digits && (length.size() > 18 || std::stoull(length) > kMaxBodyBytes))
+                return refuse(413, "请求体过大: 最多 " + std::to_string(kMaxBodyBytes) + " 字节");
+            bool body = (!length.empty() && length.find_first_not_of('0') != std::string::npos) || req.has_header("Transfer-Encoding");
+            if (req.method != "POST" && body) return refuse(400, "请求格式错误: " + escapedForLog(req.method) + " 请求不带请求体");
             return httplib::Server::HandlerResponse::Unhandled;
         });
         server.set_logger([this](const httplib::Request& req, const httplib::Response& res) {
@@ -353,14 +464,11 @@ struct Sandbox::Impl {
                 serve(route, req, res, std::move(fields));
             });
         }
-        server.Post("/index.php/api/common/upload", [this](const httplib::Request& req, httplib::Response& res) { upload(req, res); });
+        server.Post("/index.php/api/common/upload",
+                    [this](const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& read) { upload(req, res, read); });
         // The signed copies uploaded, and the documents the server generates.
-        server.Get(R"(/uploads/sign/([A-Za-z0-9_-]+--?[0-9]+\.pdf))", [this](const httplib::Request& req, httplib::Response& res) {
-            std::lock_guard lock(mutex);
-            auto copy = signedCopies.find(req.matches[1]);
-            if (copy == signedCopies.end()) return void(res.status = 404);
-            res.set_content(copy->second, "application/pdf");
-        });
+        server.Get(R"(/uploads/sign/([A-Za-z0-9_-]+--?[0-9]+\.pdf))",
+                   [this](const httplib::Request& req, httplib::Response& res) { serveUpload(req.matches[1], res); });
         server.Get(R"(/(receipts|sheets)/([A-Za-z0-9_-]+)\.pdf)", [](const httplib::Request& req, httplib::Response& res) {
             res.set_content(generatedPdf(std::string(req.matches[1]) + " " + std::string(req.matches[2])), "application/pdf");
         });
@@ -387,6 +495,11 @@ struct Sandbox::Impl {
             long id = pushMessage(user, p["Type"], p["Content"]);
             answer(res, Answer::success(Dictionary{{"ID", id}}, "queued"));
         });
+        // Any other POST: not found, its body left unread.
+        server.Post(".*", [](const httplib::Request&, httplib::Response& res, const httplib::ContentReader&) {
+            res.status = 404;
+            res.set_header("Connection", "close");
+        });
     }
 
     long pushMessage(int32_t receiver, std::string type, std::string content) {
@@ -408,6 +521,7 @@ void Sandbox::start() {
                             : i.server.bind_to_any_port(i.options.host);
     if (i.port <= 0)
         throw std::runtime_error("cannot listen on " + i.options.host + ":" + std::to_string(i.options.port) + " (is another server using it?)");
+    i.server.widenBacklog();
     i.thread = std::thread([&i] { i.server.listen_after_bind(); });
     while (!i.server.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }

@@ -114,7 +114,8 @@ TEST_F(SandboxFolder, UploadsNeverLeaveTheirFolder) {
     } cases[] = {
         {"/tmp/escaped", "1", "参数格式错误"}, {"../../escaped", "1", "参数格式错误"}, {"a/b", "1", "参数格式错误"},
         {"", "1", "参数格式错误"},             {"SN1", "1; rm -rf /", "参数格式错误"}, {"SN1", "../1", "参数格式错误"},
-        {"SN1", "", "参数格式错误"},           {"AF20261120001", "811", "上传成功"},    {"AF-2026_x", "-5", "上传成功"},
+        {"SN1", "", "参数格式错误"},           {"SN1", "9999999999999999999", "参数格式错误"}, {"AF20261120001", "811", "上传成功"},
+        {"AF-2026_x", "-5", "上传成功"},
     };
     httplib::Client client(server.address());
     for (const auto& c : cases) {
@@ -131,6 +132,60 @@ TEST_F(SandboxFolder, UploadsNeverLeaveTheirFolder) {
     std::sort(stored.begin(), stored.end());
     EXPECT_EQ(stored, (std::vector<std::string>{"data", "data/uploads", "data/uploads/AF-2026_x--5.pdf", "data/uploads/AF20261120001-811.pdf"}));
     EXPECT_FALSE(std::filesystem::exists("/tmp/escaped-1.pdf"));
+    EXPECT_EQ(server.uploads().size(), 2u) << "only what was stored is listed";
+    // Served from the folder, not from memory.
+    EXPECT_EQ(client.Get("/uploads/sign/AF-2026_x--5.pdf")->body, "%PDF-1.4");
+    std::filesystem::remove(dir / "data" / "uploads" / "AF-2026_x--5.pdf");
+    EXPECT_EQ(client.Get("/uploads/sign/AF-2026_x--5.pdf")->status, 404);
+}
+
+// The resident memory of this process, in bytes.
+size_t residentBytes() {
+    std::ifstream statm("/proc/self/statm");
+    size_t pages = 0, resident = 0;
+    statm >> pages >> resident;
+    return resident * static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+// Sends a request whose body goes chunked, as much as the server takes, and
+// returns the status line of its answer.
+std::string chunkedRequest(int port, const std::string& head, const std::string& opening, size_t bodyBytes) {
+    int fd = connectTo(port);
+    std::string request = head + "Transfer-Encoding: chunked\r\n\r\n";
+    auto chunk = [](const std::string& data) {
+        char size[16];
+        std::snprintf(size, sizeof size, "%zx\r\n", data.size());
+        return size + data + "\r\n";
+    };
+    ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+    std::string block = chunk(opening) + chunk(std::string(64 << 10, 'x'));
+    for (size_t sent = 0; sent < bodyBytes; sent += 64 << 10)
+        if (::send(fd, block.data(), block.size(), MSG_NOSIGNAL) < 0) break;
+        else block = chunk(std::string(64 << 10, 'x'));
+    char reply[64] = {};
+    ::recv(fd, reply, sizeof reply - 1, 0);
+    ::close(fd);
+    return std::string(reply).substr(0, std::string(reply).find('\r'));
+}
+
+// No body is kept past 8 MiB, chunked or not, wherever it is sent.
+TEST_F(SandboxFolder, BodiesAreBoundedChunkedOrNot) {
+    sandbox::Options options;
+    options.dataDirectory = dir / "data";
+    std::filesystem::create_directories(dir / "data");
+    sandbox::Sandbox server(options);
+    server.start();
+    size_t before = residentBytes();
+    std::string multipart = "--b\r\nContent-Disposition: form-data; name=\"pdf\"; filename=\"a.pdf\"\r\n\r\n";
+    EXPECT_EQ(chunkedRequest(server.port(), "POST /index.php/api/common/upload HTTP/1.1\r\nHost: x\r\nContent-Type: multipart/form-data; boundary=b\r\n",
+                             multipart, 48 << 20),
+              "HTTP/1.1 413 Payload Too Large");
+    EXPECT_LT(residentBytes() - std::min(before, residentBytes()), 16u << 20) << "the body was not kept";
+    EXPECT_EQ(server.uploads().size(), 0u);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "data" / "uploads"), {}), 0) << "nothing left on disk";
+    EXPECT_EQ(chunkedRequest(server.port(), "GET /index.php/api/getLabel?type=1&companyid=1 HTTP/1.1\r\nHost: x\r\n", "x", 16 << 20),
+              "HTTP/1.1 400 Bad Request");
+    EXPECT_EQ(chunkedRequest(server.port(), "POST /nowhere HTTP/1.1\r\nHost: x\r\n", "x", 16 << 20), "HTTP/1.1 404 Not Found");
 }
 
 TEST_F(SandboxFolder, DataFoldersAndSeedsAreChecked) {
@@ -201,7 +256,7 @@ TEST_F(Tools, IdleConnectionsDoNotStarveTheServer) {
     patient.timeout = 20s;
     Server::setTransport(std::make_shared<HTTPTransport>(patient));
     std::vector<int> idle;
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 64; ++i) {
         int fd = connectTo(sandbox->port());
         ASSERT_GE(fd, 0);
         idle.push_back(fd);
