@@ -66,7 +66,7 @@ std::string orderRow(size_t i) {
     return R"({"ID":)" + std::to_string(100000 + i) + R"(,"SN":"SN2026112)" + std::to_string(i) +
            R"(","CTUserName":"张三丰","Address":"广东省广州市天河区体育西路)" + std::to_string(i) +
            R"(号","Amount":1999.5,"Type":1,"CreateTime":1763700000.25,"Remarks":null,"IsPaid":true,)"
-           R"("GoodsInfo":[{"GoodsID":12,"GoodsName":"华为 Mate 60","ReferencePrice":5999,"IMEI":"86)" +
+           R"("GoodsInfo":[{"GoodsID":12,"GoodsName":"青岚 Q60","ReferencePrice":5999,"IMEI":"86)" +
            std::to_string(1000000000000 + i) + R"("}],"PhoneInfo":[{"Phone":"139)" + std::to_string(10000000 + i) +
            R"(","Price":50.0}]})";
 }
@@ -83,8 +83,8 @@ std::string order41Row(size_t i) {
            R"("InstallDate":1763604000,"ReceiptPath":"/receipts/SN20261121)" + id + R"(.pdf","CTCityID":20,"CTAreaID":2001,)"
            R"("ReferenceAmount":7049,"OrderType":2,"IsPaid":1,"PayType":"现金","ShopName":"天河体育西营业厅","ShopID":12,)"
            R"("AuditStatus":0,"AuditRemarks":"","Channel":"counter","UpdateTime":1763440000,)"
-           R"("GoodsInfo":[{"GoodsID":101,"GoodsName":"华为 Mate 60 Pro","ReferencePrice":6999,"IMEI":"861234567890126","Price":6999},)"
-           R"({"GoodsID":105,"GoodsName":"天翼 5G 随身WiFi","ReferencePrice":399,"IMEI":"861122070204817","Price":399}],)"
+           R"("GoodsInfo":[{"GoodsID":101,"GoodsName":"青岚 Q60 Pro","ReferencePrice":6999,"IMEI":"861234567890126","Price":6999},)"
+           R"({"GoodsID":105,"GoodsName":"云桥 5G 随身WiFi","ReferencePrice":399,"IMEI":"861122070204817","Price":399}],)"
            R"("PhoneInfo":[{"Phone":"13922223333","Price":50}],"PlanInfo":[{"PlanID":11,"PlanName":"5G畅享129元套餐"}],)"
            R"("ReceiptArr":[{"ID":801,"SN":"SN20261121)" + id + R"(","CRMXML":"/receipts/SN20261121)" + id + R"(.pdf"}]})";
 }
@@ -96,8 +96,8 @@ std::string numberRow(size_t i) {
 }
 
 std::string productRow(size_t i) {
-    return R"({"ID":)" + std::to_string(100 + i % 50) + R"(,"Name":"华为 Mate 60 Pro 12GB+512GB 雅川青","Picture":"/uploads/goods/)" +
-           std::to_string(i) + R"(.jpg","Price":6999.5,"Brand":"华为","Stock":8,"IMEI":"86451205)" + std::to_string(2048170 + i) + R"("})";
+    return R"({"ID":)" + std::to_string(100 + i % 50) + R"(,"Name":"青岚 Q60 Pro 12GB+512GB 雅川青","Picture":"/uploads/goods/)" +
+           std::to_string(i) + R"(.jpg","Price":6999.5,"Brand":"青岚","Stock":8,"IMEI":"86451205)" + std::to_string(2048170 + i) + R"("})";
 }
 
 const std::string& input(int which) {

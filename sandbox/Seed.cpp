@@ -24,21 +24,21 @@ const char* kSeed = R"JSON({
     {"ID": 5, "Type": 2, "Title": "携号转网", "Content": "从其他运营商携号转入"}
   ],
   "goods": [
-    {"ID": 101, "TAC": "86451205", "Name": "华为 Mate 60 Pro 12GB+512GB 雅川青", "Picture": "/uploads/goods/mate60pro.jpg", "Price": 6999, "Brand": "华为", "Stock": 8},
-    {"ID": 102, "TAC": "35407115", "GoodsName": "Apple iPhone 15 128GB 黑色", "Picture": "/uploads/goods/iphone15.jpg", "Price": 5999, "Brand": "Apple", "Stock": 8},
-    {"ID": 103, "TAC": "86978604", "Name": "小米 14 16GB+512GB 白色", "Picture": "/uploads/goods/mi14.jpg", "Price": 4599, "Brand": "小米", "Stock": 8},
-    {"ID": 104, "TAC": "86301306", "Title": "荣耀 X50 8GB+256GB 燃橙色", "Picture": "/uploads/goods/x50.jpg", "Price": 1499.5, "Brand": "荣耀", "Stock": 8},
-    {"ID": 105, "TAC": "86112207", "Name": "天翼 5G 随身WiFi", "Picture": "/uploads/goods/mifi.jpg", "Price": 399, "Brand": "中国电信", "Stock": 8}
+    {"ID": 101, "TAC": "86451205", "Name": "青岚 Q60 Pro 12GB+512GB 雅川青", "Picture": "/uploads/goods/q60pro.jpg", "Price": 6999, "Brand": "青岚", "Stock": 8},
+    {"ID": 102, "TAC": "35407115", "GoodsName": "远帆 F15 128GB 黑色", "Picture": "/uploads/goods/f15.jpg", "Price": 5999, "Brand": "远帆", "Stock": 8},
+    {"ID": 103, "TAC": "86978604", "Name": "瀚星 14 16GB+512GB 白色", "Picture": "/uploads/goods/hx14.jpg", "Price": 4599, "Brand": "瀚星", "Stock": 8},
+    {"ID": 104, "TAC": "86301306", "Title": "晨曦 X50 8GB+256GB 燃橙色", "Picture": "/uploads/goods/x50.jpg", "Price": 1499.5, "Brand": "晨曦", "Stock": 8},
+    {"ID": 105, "TAC": "86112207", "Name": "云桥 5G 随身WiFi", "Picture": "/uploads/goods/mifi.jpg", "Price": 399, "Brand": "云桥通信", "Stock": 8}
   ],
   "plans": [
-    {"ID": 1, "Name": "天翼5G畅享套餐", "PlanType": 2},
-    {"ID": 2, "Name": "天翼4G融合套餐", "PlanType": 1},
+    {"ID": 1, "Name": "云桥5G畅享套餐", "PlanType": 2},
+    {"ID": 2, "Name": "云桥4G融合套餐", "PlanType": 1},
     {"ID": 3, "Name": "校园青春卡", "PlanType": 2}
   ],
   "planItems": [
     {"ID": 11, "PlanID": 1, "Name": "5G畅享129元套餐", "PlanType": 2, "Description": "<p>月费129元，含国内流量30GB、国内通话500分钟，赠送来电显示。</p>"},
     {"ID": 12, "PlanID": 1, "Name": "5G畅享199元套餐", "PlanType": 2, "Description": "<p>月费199元，含国内流量60GB、国内通话1000分钟、千兆宽带。</p>"},
-    {"ID": 13, "PlanID": 1, "Name": "5G畅享299元套餐", "PlanType": 2, "Description": "<p>月费299元，含国内流量100GB、国内通话2000分钟、千兆宽带和天翼云盘。</p>"},
+    {"ID": 13, "PlanID": 1, "Name": "5G畅享299元套餐", "PlanType": 2, "Description": "<p>月费299元，含国内流量100GB、国内通话2000分钟、千兆宽带和云桥云盘。</p>"},
     {"ID": 21, "PlanID": 2, "Name": "4G融合89元套餐", "PlanType": 1, "Description": "<p>月费89元，含国内流量15GB、国内通话300分钟、200M宽带。</p>"},
     {"ID": 31, "PlanID": 3, "Name": "青春卡19元", "PlanType": 2, "Description": "<p>月费19元，含定向流量40GB。</p>"}
   ],
@@ -104,9 +104,9 @@ const char* kSeed = R"JSON({
     {"ID": 2, "CompanyID": 1, "Name": "王芳", "Gender": "女", "Nation": "汉", "Birthday": "1990-01-01", "Address": "广东省广州市越秀区北京路2号", "Number": "440104199001012345", "IssuingAuthority": "广州市公安局越秀分局", "ValidityPeriod": "2018.03.15-2038.03.15", "CardFrontUrl": "/uploads/idcard/2-front.jpg", "CardBackUrl": "/uploads/idcard/2-back.jpg"}
   ],
   "orders": [
-    {"ID": 5001, "SN": "SN20261118001", "Status": 1, "UserID": 7, "CompanyID": 1, "Type": 1, "TypeName": "新装", "CTUserName": "张三", "Address": "广州市天河区体育西路1号", "CTCardNumber": "440106199001011234", "CTPictureHeads": "/uploads/idcard/1-front.jpg", "CTPictureTails": "/uploads/idcard/1-back.jpg", "Consignee": "张三", "Tel": "13912345678", "CreateTime": 1763433600, "Remarks": "客户要求加急", "Amount": 6999, "AreaName": "广州市", "SubAreaName": "天河区", "CTAddress": "广州市天河区体育西路103号维多利广场A座1208", "InstallDate": 1763604000, "GoodsInfo": [{"GoodsID": 101, "GoodsName": "华为 Mate 60 Pro 12GB+512GB 雅川青", "ReferencePrice": 6999, "IMEI": "861234567890126", "Price": 6999}], "PhoneInfo": [{"Phone": "13922223333", "Price": 50}], "PlanInfo": [{"PlanID": 11, "PlanName": "5G畅享129元套餐"}], "ReceiptArr": [{"ID": 801, "SN": "SN20261118001", "CRMXML": "/receipts/SN20261118001.pdf"}]},
+    {"ID": 5001, "SN": "SN20261118001", "Status": 1, "UserID": 7, "CompanyID": 1, "Type": 1, "TypeName": "新装", "CTUserName": "张三", "Address": "广州市天河区体育西路1号", "CTCardNumber": "440106199001011234", "CTPictureHeads": "/uploads/idcard/1-front.jpg", "CTPictureTails": "/uploads/idcard/1-back.jpg", "Consignee": "张三", "Tel": "13912345678", "CreateTime": 1763433600, "Remarks": "客户要求加急", "Amount": 6999, "AreaName": "广州市", "SubAreaName": "天河区", "CTAddress": "广州市天河区体育西路103号维多利广场A座1208", "InstallDate": 1763604000, "GoodsInfo": [{"GoodsID": 101, "GoodsName": "青岚 Q60 Pro 12GB+512GB 雅川青", "ReferencePrice": 6999, "IMEI": "861234567890126", "Price": 6999}], "PhoneInfo": [{"Phone": "13922223333", "Price": 50}], "PlanInfo": [{"PlanID": 11, "PlanName": "5G畅享129元套餐"}], "ReceiptArr": [{"ID": 801, "SN": "SN20261118001", "CRMXML": "/receipts/SN20261118001.pdf"}]},
     {"ID": 5002, "SN": "SN20261118002", "Status": 3, "UserID": 7, "CompanyID": 1, "Type": 1, "TypeName": "新装", "CTUserName": "陈伟强", "Address": "广州市越秀区北京路188号", "CTCardNumber": "440104198507152316", "Consignee": "陈伟强", "Tel": "13800138000", "CreateTime": 1763437200, "Remarks": "身份证照片模糊，请重新拍摄", "Amount": 129, "AreaName": "广州市", "SubAreaName": "越秀区", "PhoneInfo": [{"Phone": "18922334455", "Price": 100}], "PlanInfo": [{"PlanID": 11, "PlanName": "5G畅享129元套餐"}]},
-    {"ID": 5003, "SN": "SN20261119001", "Status": 4, "UserID": 7, "CompanyID": 1, "Type": 2, "TypeName": "购机", "CTUserName": "刘洋", "Address": "广州市海珠区江南大道中100号", "CTCardNumber": "440105199203034567", "Consignee": "刘洋", "Tel": "13711112222", "CreateTime": 1763520000, "Remarks": null, "Amount": 5999, "GoodsInfo": {"ID": 102, "GoodsName": "Apple iPhone 15 128GB 黑色", "Price": 5999, "IMEI": "354123456789012"}},
+    {"ID": 5003, "SN": "SN20261119001", "Status": 4, "UserID": 7, "CompanyID": 1, "Type": 2, "TypeName": "购机", "CTUserName": "刘洋", "Address": "广州市海珠区江南大道中100号", "CTCardNumber": "440105199203034567", "Consignee": "刘洋", "Tel": "13711112222", "CreateTime": 1763520000, "Remarks": null, "Amount": 5999, "GoodsInfo": {"ID": 102, "GoodsName": "远帆 F15 128GB 黑色", "Price": 5999, "IMEI": "354123456789012"}},
     {"ID": 5004, "SN": "SN20261120001", "Status": 5, "UserID": 7, "CompanyID": 1, "Type": 1, "TypeName": "新装", "CTUserName": "赵敏", "Address": "广州市天河区天河北路233号", "CTCardNumber": "440106199512126789", "Consignee": "赵敏", "Tel": "15011112222", "CreateTime": 1763606400, "Amount": 199, "PhoneInfo": [{"Phone": "17712345678", "Price": 300}], "PlanInfo": [{"PlanID": 12, "PlanName": "5G畅享199元套餐"}]},
     {"ID": 5005, "SN": "SN20261120002", "Status": 10, "UserID": 7, "CompanyID": 1, "Type": 1, "TypeName": "新装", "CTUserName": "孙丽", "Address": "广州市天河区林和西路9号", "CTCardNumber": "440106198811118888", "Consignee": "孙丽", "Tel": "13612345678", "CreateTime": 1763610000, "Remarks": "号码已被占用", "Amount": 89, "PhoneInfo": [{"Phone": "13398765432", "Price": 0}], "PlanInfo": [{"PlanID": 21, "PlanName": "4G融合89元套餐"}]}
   ],
@@ -151,7 +151,7 @@ const char* kSeed = R"JSON({
      "crmInfo": {}}
   ],
   "agreements": [
-    {"ID": 401, "Name": "中国电信移动业务入网协议", "IsChecked": 0},
+    {"ID": 401, "Name": "云桥通信移动业务入网协议", "IsChecked": 0},
     {"ID": 402, "Name": "宽带安装服务协议", "IsChecked": 0},
     {"ID": 403, "Name": "个人信息保护告知书", "IsChecked": 1}
   ],
@@ -176,7 +176,7 @@ const char* kSeed = R"JSON({
   ],
   "ads": [
     {"name": "双11宽带特惠", "icon": "/static/banners/1111.jpg", "link": "https://example.com/promo/1111", "isbar": 1},
-    {"name": "iPhone 15 合约机", "icon": "/static/banners/iphone15.jpg", "link": "app://goods/102", "isbar": "1"}
+    {"name": "远帆 F15 合约机", "icon": "/static/banners/f15.jpg", "link": "app://goods/102", "isbar": "1"}
   ],
   "manifest": {"version": "1.1", "note": "修复已知问题，提升稳定性"}
 })JSON";

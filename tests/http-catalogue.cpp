@@ -35,7 +35,7 @@ TEST_F(Catalogue, NumbersListLockAndFormat) {
 }
 
 TEST_F(Catalogue, DevicesByKeywordAndIMEI) {
-    auto goods = await<DataPage<ProductInfo>>([](auto done) { ProductInfo::listForCompany(1, 1, "华为 Mate", done); });
+    auto goods = await<DataPage<ProductInfo>>([](auto done) { ProductInfo::listForCompany(1, 1, "青岚 Q60", done); });
     ASSERT_TRUE(goods.success) << goods.message.value_or("");
     ASSERT_EQ(goods.result->data()->size(), 1u) << "the escaped keyword reached the server intact";
     EXPECT_EQ(goods.result->data()->front().ID(), 101);
@@ -48,7 +48,7 @@ TEST_F(Catalogue, DevicesByKeywordAndIMEI) {
 
     auto device = await<ProductInfo>([&](auto done) { ProductInfo::checkIMEI(imei, 1, done); });
     ASSERT_TRUE(device.success) << device.message.value_or("");
-    EXPECT_EQ(device.result->name(), Value("小米 14 16GB+512GB 白色"));
+    EXPECT_EQ(device.result->name(), Value("瀚星 14 16GB+512GB 白色"));
     EXPECT_EQ(device.result->price(), 4599.0f);
     EXPECT_TRUE(awaitFlag([&](auto done) { ProductInfo::lockIMEI(imei, 1, done); }).success);
     auto lockedLookup = await<ProductInfo>([&](auto done) { ProductInfo::checkIMEI(imei, 1, done); });
@@ -57,13 +57,13 @@ TEST_F(Catalogue, DevicesByKeywordAndIMEI) {
 
     auto info = await<Value>([](auto done) { ProductInfo::getInfoOfProduct(104, 1, done); });
     ASSERT_TRUE(info.success);
-    EXPECT_EQ(info.result->asDictionary().optString("Brand"), "荣耀");
+    EXPECT_EQ(info.result->asDictionary().optString("Brand"), "晨曦");
 }
 
 TEST_F(Catalogue, PlansItemsPackagesAndBilling) {
     auto plans = await<std::vector<PlanInfo>>([](auto done) { PlanInfo::listWithCompany(1, done); });
     ASSERT_TRUE(plans.success) << plans.message.value_or("");
-    EXPECT_EQ(plans.result->front().name(), "天翼5G畅享套餐");
+    EXPECT_EQ(plans.result->front().name(), "云桥5G畅享套餐");
     auto items = await<std::vector<PlanItem>>([](auto done) { PlanItem::listWithCompany(1, 1, "199", done); });
     ASSERT_EQ(items.result->size(), 1u);
     EXPECT_EQ(items.result->front().ID(), 12);

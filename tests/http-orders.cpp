@@ -14,7 +14,7 @@ protected:
         order.setType(1);
         ProductInfo phone;
         phone.setID(101);
-        phone.setName("华为 Mate 60 Pro 12GB+512GB 雅川青");
+        phone.setName("青岚 Q60 Pro 12GB+512GB 雅川青");
         phone.setSerial("861234567890126");
         phone.setPrice(6999);
         phone.setDealPrice(6500);

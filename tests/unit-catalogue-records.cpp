@@ -107,11 +107,11 @@ TEST(Devices, NameFromTheFirstKeyPresent) {
 }
 
 TEST(Devices, RawSendsTheDealPriceAsWholeNumbers) {
-    ProductInfo device(dict(R"({"ID":"7","Price":"1999.5","IMEI":"861234567890126","Brand":"华为"})"));
+    ProductInfo device(dict(R"({"ID":"7","Price":"1999.5","IMEI":"861234567890126","Brand":"青岚"})"));
     EXPECT_EQ(device.price(), 1999.5f);
     EXPECT_EQ(device.dealPrice(), 1999.5f);
     EXPECT_EQ(test::typedParams(device.raw()),
-              R"(ID=7:i32 Price=1999:i64 IMEI="861234567890126" Brand="华为" dealPrice=1999:i64)");
+              R"(ID=7:i32 Price=1999:i64 IMEI="861234567890126" Brand="青岚" dealPrice=1999:i64)");
     device.setDealPrice(-49.9f);
     EXPECT_EQ(device.raw().optLong("Price"), -49);
     EXPECT_EQ(test::typedParams(ProductInfo().raw()), "ID=0:i32 dealPrice=0:i64 Price=0:i64") << "nothing kept: an empty dictionary";

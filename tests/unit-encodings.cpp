@@ -19,7 +19,7 @@ const PercentCase kPercentCases[] = {
     {"x+y/z:@!$'()*,~", "x+y/z:@!$'()*,~", "x+y/z:@!$'()*,~", "x%2By%2Fz%3A%40%21%24%27%28%29*%2C%7E"},
     {"50%?#;", "50%25%3F%23%3B", "50%25?%23;", "50%25%3F%23%3B"},
     {"\"<>[]{}|\\^`", "%22%3C%3E%5B%5D%7B%7D%7C%5C%5E%60", "%22%3C%3E%5B%5D%7B%7D%7C%5C%5E%60", "%22%3C%3E%5B%5D%7B%7D%7C%5C%5E%60"},
-    {"iPhone-15_Pro.", "iPhone-15_Pro.", "iPhone-15_Pro.", "iPhone-15_Pro."},
+    {"Phone-15_Pro.", "Phone-15_Pro.", "Phone-15_Pro.", "Phone-15_Pro."},
 };
 
 TEST(Encodings, PercentSets) {

@@ -184,9 +184,9 @@ const OutgoingCase kOutgoing[] = {
     {"deal price truncated", [](Order& o) { o.setDealPrice(99.9f); }, "Amount=99:i64"},
     {"negative deal price truncated toward zero", [](Order& o) { o.setDealPrice(-0.5f); }, "Amount=0:i64"},
     {"two products: a JSON text, the prices crossed", [](Order& o) {
-         o.setProducts(std::vector<ProductInfo>{product(101, Value("华为"), 6999.9f, 6499.5f), product(5, std::nullopt, 10, 9)});
+         o.setProducts(std::vector<ProductInfo>{product(101, Value("青岚"), 6999.9f, 6499.5f), product(5, std::nullopt, 10, 9)});
      },
-     R"(GoodsInfo="[{\"GoodsID\":101,\"GoodsName\":\"华为\",\"IMEI\":null,\"ReferencePrice\":6499,\"Price\":6999},)"
+     R"(GoodsInfo="[{\"GoodsID\":101,\"GoodsName\":\"青岚\",\"IMEI\":null,\"ReferencePrice\":6499,\"Price\":6999},)"
      R"({\"GoodsID\":5,\"GoodsName\":null,\"IMEI\":null,\"ReferencePrice\":9,\"Price\":10}]")"},
     {"the reference amount from the total", [](Order& o) { o.setProducts(std::vector<ProductInfo>{product(1, std::nullopt, 0, 10.9f)}); },
      "ReferenceAmount=10:i64"},
