@@ -7,6 +7,7 @@
 
 #include "cli/Commands.h"
 #include "cli/Demo.h"
+#include "cli/Interrupt.h"
 #include "veltrane/foundation/Log.h"
 #include "veltrane/foundation/Server.h"
 #include "veltrane/messaging/PushMessage.h"
@@ -20,10 +21,6 @@
 namespace veltrane::cli {
 
 namespace {
-
-std::atomic<bool> interrupted{false};
-
-extern "C" void onStopSignal(int) { interrupted = true; }
 
 struct PushArguments {
     std::string server = "http://127.0.0.1:8080";
@@ -72,19 +69,18 @@ int watch(const WatchArguments& a) {
         std::cout << std::flush;
     });
 
-    std::signal(SIGINT, onStopSignal);
-    std::signal(SIGTERM, onStopSignal);
+    catchInterrupts();
     std::cout << "watching push messages for user " << a.user << " at " << a.server << " from identifier " << PushMessage::lastMessageID()
               << " (Ctrl-C stops)" << std::endl;
     PushMessage::start();
     // The application's main loop: the poller's next polls run here.
-    while (!interrupted && _running) Dispatch::mainQueue().runFor(std::chrono::milliseconds(100));
+    while (!interrupted() && _running) Dispatch::mainQueue().runFor(std::chrono::milliseconds(100));
     PushMessage::stop();
     NotificationCenter::defaultCenter().removeObserver(token);
     Server::setTransport(nullptr);
     std::cout << "stopped: " << batches << " polls answered, " << messages << " messages; last identifier " << PushMessage::lastMessageID()
               << std::endl;
-    if (!interrupted) {
+    if (!interrupted()) {
         std::cerr << "veltrane watch: the poller stopped by itself\n";
         return 1;
     }
@@ -102,10 +98,19 @@ int updateCheck(const UpdateCheckArguments& a) {
     if (!a.verbose) previous = setLogSink([](std::string_view) {});
     Bundle::mainBundle().setShortVersionString(a.localVersion);
     std::optional<std::pair<bool, std::optional<std::string>>> outcome;
-    Updater::checkWithPListURL(a.url, [&](bool newer, std::optional<std::string> message) { outcome.emplace(newer, std::move(message)); });
+    catchInterrupts();
+    CallGroup group;
+    {
+        CallScope scope(group);
+        Updater::checkWithPListURL(a.url, [&](bool newer, std::optional<std::string> message) { outcome.emplace(newer, std::move(message)); });
+    }
     // The answer comes on the main queue, driven here.
-    Dispatch::mainQueue().runFor(std::chrono::minutes(3), [&] { return outcome.has_value(); });
+    driveMainQueue([&] { return outcome.has_value(); }, group, std::chrono::minutes(3));
     if (!a.verbose) setLogSink(previous);
+    if (interrupted()) {
+        std::cerr << "veltrane update-check: interrupted (" << (outcome ? outcome->second.value_or("") : "") << ")\n";
+        return kInterrupted;
+    }
     if (!outcome) {
         std::cerr << "veltrane update-check: no answer within 3 minutes\n";
         return 1;
@@ -143,7 +148,7 @@ std::vector<Command> addMessagingCommands(CLI::App& app) {
     checkApp->add_option("url", checkArgs->url, "The manifest's address: http, https or file, XML or binary")->required();
     checkApp->add_option("--local-version", checkArgs->localVersion, "The version running, as CFBundleShortVersionString")->required();
     checkApp->add_flag("--verbose", checkArgs->verbose, "Show the library's log lines");
-    checkApp->footer("Exits 0 when the manifest was read (newer or not), 1 when it could not be.");
+    checkApp->footer("Exits 0 when the manifest was read (newer or not), 1 when it could not be, 130 when interrupted (Ctrl-C).");
 
     return {{pushApp, [pushArgs] { return push(*pushArgs); }},
             {watchApp, [watchArgs] { return watch(*watchArgs); }},

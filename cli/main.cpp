@@ -11,11 +11,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "cli/Commands.h"
 #include "cli/Demo.h"
+#include "cli/Interrupt.h"
 #include "sandbox/Routes.h"
 #include "sandbox/Sandbox.h"
 #include "veltrane/Version.h"
@@ -123,6 +125,7 @@ struct CallArguments {
     std::vector<std::string> params;
     std::string server = "http://127.0.0.1:8080";
     bool list = false;
+    std::optional<int64_t> timeout;  // milliseconds
 };
 
 int callCommand(const CallArguments& a) {
@@ -148,13 +151,32 @@ int callCommand(const CallArguments& a) {
         }
         params.set(p.substr(0, eq), p.substr(eq + 1));
     }
+    cli::catchInterrupts();
     HTTPTransport::install();
     Server::setAddress(a.server);
-    auto outcome = await<Value>([&](GatewayCallback done) {
+    CallGroup group;
+    if (a.timeout) group.setTimeout(std::chrono::milliseconds(*a.timeout));
+    std::mutex mutex;
+    std::optional<Outcome<Value>> answer;
+    {
+        CallScope scope(group);
+        GatewayCallback done = [&](bool ok, std::optional<std::string> message, std::optional<Value> data) {
+            std::lock_guard lock(mutex);
+            answer = Outcome<Value>{ok, std::move(message), std::move(data)};
+        };
         if (std::string(route->method) == "POST") Server::httpPost(a.api, params, done);
         else Server::httpGet(a.api, params, done);
-    });
+    }
+    cli::waitForAnswer([&] {
+        std::lock_guard lock(mutex);
+        return answer.has_value();
+    }, group, std::chrono::hours(24));
     Server::setTransport(nullptr);
+    Outcome<Value> outcome = answer.value_or(Outcome<Value>{false, std::string("no answer"), std::nullopt});
+    if (cli::interrupted()) {
+        std::cerr << "veltrane call: interrupted (" << outcome.message.value_or("") << ")\n";
+        return cli::kInterrupted;
+    }
     Dictionary printed;
     printed.set("success", outcome.success);
     printed.set("message", NSGuardNil(outcome.message));
@@ -206,13 +228,22 @@ int uploadCommand(const UploadArguments& a) {
     });
     bool terminal = isatty(STDOUT_FILENO);
     std::optional<std::pair<bool, std::optional<std::string>>> outcome;
-    receipt.uploadSignaturePDF(
-        std::move(bytes), [&](bool ok, std::optional<std::string> message) { outcome.emplace(ok, std::move(message)); },
-        [&](uint64_t sent, uint64_t total) { std::cout << (terminal ? "\r" : "") << progressBar(sent, total) << (terminal ? "" : "\n") << std::flush; });
+    cli::catchInterrupts();
+    CallGroup group;
+    {
+        CallScope scope(group);
+        receipt.uploadSignaturePDF(
+            std::move(bytes), [&](bool ok, std::optional<std::string> message) { outcome.emplace(ok, std::move(message)); },
+            [&](uint64_t sent, uint64_t total) { std::cout << (terminal ? "\r" : "") << progressBar(sent, total) << (terminal ? "" : "\n") << std::flush; });
+    }
     // The upload reports on the main queue, driven here.
-    Dispatch::mainQueue().runFor(std::chrono::minutes(10), [&] { return outcome.has_value(); });
+    cli::driveMainQueue([&] { return outcome.has_value(); }, group, std::chrono::minutes(10));
     setLogSink(previous);
     if (terminal) std::cout << '\n';
+    if (cli::interrupted()) {
+        std::cerr << "veltrane upload-signature: interrupted (" << (outcome ? outcome->second.value_or("") : "") << ")\n";
+        return cli::kInterrupted;
+    }
     if (!outcome) {
         std::cerr << "veltrane upload-signature: no answer within 10 minutes\n";
         return 1;
@@ -252,7 +283,10 @@ int main(int argc, char** argv) {
     callApp->add_option("params", callArgs.params, "Parameters as key=value")->type_name("KEY=VALUE");
     callApp->add_option("--server", callArgs.server, "The dealer server's base address")->capture_default_str();
     callApp->add_flag("--list", callArgs.list, "List the API names with their methods and parameters");
-    callApp->footer("Exits 0 when the server accepted the request, 1 when it did not, 2 for a usage error.");
+    callApp->add_option("--timeout", callArgs.timeout, "Give up when no answer came within MS milliseconds (connecting and waiting included)")
+        ->type_name("MS")
+        ->check(CLI::Range(int64_t{1}, int64_t{86'400'000}));
+    callApp->footer("Exits 0 when the server accepted the request, 1 when it did not, 2 for a usage error, 130 when interrupted (Ctrl-C).");
 
     UploadArguments uploadArgs;
     CLI::App* uploadApp = app.add_subcommand("upload-signature", "Upload a customer's signed copy of a receipt, with its progress shown");
@@ -260,6 +294,7 @@ int main(int argc, char** argv) {
     uploadApp->add_option("--sn", uploadArgs.SN, "The receipt's order serial number")->required();
     uploadApp->add_option("--id", uploadArgs.ID, "The receipt's identifier")->required();
     uploadApp->add_option("--server", uploadArgs.server, "The dealer server's base address")->capture_default_str();
+    uploadApp->footer("Exits 0 when the server stored the copy, 1 when it did not, 130 when interrupted (Ctrl-C).");
 
     std::string demoServer;
     CLI::App* demoApp = app.add_subcommand("demo", "Walk a counter sale through the library, against a server or a sandbox started in-process");

@@ -11,7 +11,8 @@ foreach(layer IN LISTS VELTRANE_LAYERS)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${layer}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane/${layer}
           FILES_MATCHING PATTERN "*.h"
           PATTERN "ValueNodes.h" EXCLUDE  # the value model's insides
-          PATTERN "Curl.h" EXCLUDE)       # the transports' libcurl handles
+          PATTERN "Curl.h" EXCLUDE        # the transports' libcurl handles
+          PATTERN "HTTPEngine.h" EXCLUDE) # the transports' engine
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/include/Veltrane.h ${VELTRANE_INCLUDE}/veltrane/Version.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane)

@@ -58,6 +58,7 @@ void Receipt::uploadSignaturePDF(std::string pdf, UploadCompletion callback, Upl
         parts.appendPlainText("SN", SN);
         parts.appendPlainText("ID", ID);
     });
+    request.name = "uploadSignaturePDF";
     // The transfer's thread reports progress; the main queue hears it at most
     // every 100 ms, and always each time all is sent. A redirect that repeats
     // the request starts again from 0, so a report of all sent is posted for

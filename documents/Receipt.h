@@ -51,7 +51,10 @@ public:
     // reads as a JSON object (logged), whatever its status; otherwise (false,
     // the transport error's full description), or (false, "未知错误") when
     // there was none. progress, when given, also runs on the main queue: at
-    // most ten times a second, and once when all is sent.
+    // most ten times a second, and once when all is sent. The upload is a
+    // Call of the current CallScope's group: cancelled, it ends at once with
+    // (false, "uploadSignaturePDF: cancelled"); past its deadline with
+    // (false, "uploadSignaturePDF: no answer within <N> ms").
     void uploadSignaturePDF(std::string pdf, UploadCompletion callback, UploadProgress progress = {}) const;
 
     // Returns at once and never calls its completion (it has no work of its own).

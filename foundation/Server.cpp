@@ -1,7 +1,10 @@
 // Server and Account: process-wide state behind a mutex, read on every call.
 #include "veltrane/foundation/Server.h"
 
+#include <exception>
 #include <mutex>
+
+#include "veltrane/foundation/Log.h"
 
 namespace veltrane {
 
@@ -18,14 +21,31 @@ GatewayState& state() {
 }
 
 void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback callback) {
+    std::shared_ptr<Call> call = Call::begin(api);
     std::shared_ptr<Transport> transport = Server::transport();
-    if (!transport) {
-        callback(false, std::string("no server transport installed"), std::nullopt);
+    if (!transport || call->isCancelled()) {
+        if (call->finish()) callback(false, transport ? call->cancelledMessage() : std::string("no server transport installed"), std::nullopt);
         return;
     }
-    transport->send(method, api, std::move(params), std::move(callback));
+    GatewayCallback once = [call, callback = std::move(callback)](bool ok, std::optional<std::string> message, std::optional<Value> data) {
+        if (call->finish()) callback(ok, std::move(message), std::move(data));
+    };
+    transport->sendCall(method, api, std::move(params), std::move(once), std::move(call));
 }
 } // namespace
+
+void Transport::sendCall(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion, std::shared_ptr<Call> call) {
+    call->onCancel([completion, weak = std::weak_ptr<Call>(call)] {
+        std::shared_ptr<Call> c = weak.lock();
+        if (!c) return;
+        try {
+            completion(false, c->cancelledMessage(), std::nullopt);
+        } catch (const std::exception& e) {
+            log("server reply to " + c->name() + ": completion raised: " + e.what());
+        }
+    });
+    send(method, api, std::move(params), std::move(completion));
+}
 
 void Server::httpGet(const std::string& api, Parameters params, GatewayCallback callback) {
     send(HTTPMethod::GET, api, std::move(params), std::move(callback));

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "veltrane/foundation/Call.h"
 #include "veltrane/foundation/Callbacks.h"
 #include "veltrane/foundation/Value.h"
 
@@ -35,6 +36,15 @@ class Transport {
 public:
     virtual ~Transport() = default;
     virtual void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) = 0;
+
+    // What the gateway calls: send() for a call that may be cancelled or
+    // have a deadline (see Call). The gateway's completion already delivers
+    // once, through call->finish(). A transport that can stop a request
+    // overrides this, registers how with call->onCancel(), and ends the call
+    // at its deadline; this default sends it with send() and, on
+    // cancellation, answers (false, "<api>: cancelled") at once, leaving the
+    // request to run its course unheard.
+    virtual void sendCall(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion, std::shared_ptr<Call> call);
 };
 
 class Server {
@@ -42,6 +52,9 @@ public:
     // Send a GET or POST request for api. They return at once; the completion
     // gets (success, the server's message, the reply's data). With no transport
     // installed it is called at once with (false, "no server transport installed").
+    // The request joins the group of the CallScope alive on this thread, if
+    // any: in a group already cancelled, the completion is called at once
+    // with (false, "<api>: cancelled") and nothing is sent.
     static void httpGet(const std::string& api, Parameters params, GatewayCallback callback);
     static void httpPost(const std::string& api, Parameters params, GatewayCallback callback);
 

@@ -65,12 +65,22 @@ std::pair<bool, std::string> compare(const Dictionary& manifest, const Dictionar
 } // namespace
 
 void Updater::checkWithPListURL(std::string url, UpdateCheckCompletion callback) {
-    Dispatch::globalQueue([url = std::move(url), callback = std::move(callback)] {
-        auto complete = [&callback](bool newer, std::optional<std::string> message) {
-            Dispatch::mainQueue().async([callback, newer, message = std::move(message)] { callback(newer, message); });
-        };
+    std::shared_ptr<Call> call = Call::begin("checkWithPListURL");
+    // The answer goes to the main queue once: the check's, or the cancellation's at once.
+    auto complete = [call, callback = std::move(callback)](bool newer, std::optional<std::string> message) {
+        if (call->finish()) Dispatch::mainQueue().async([callback, newer, message = std::move(message)] { callback(newer, message); });
+    };
+    call->onCancel([complete, weak = std::weak_ptr<Call>(call)] {
+        if (std::shared_ptr<Call> c = weak.lock()) complete(false, c->cancelledMessage());
+    });
+    if (call->isCancelled()) return;
+    Dispatch::globalQueue([url = std::move(url), call, complete] {
+        if (call->isCancelled()) return;
         Value kinds;
-        std::optional<Dictionary> manifest = dictionaryWithContentsOfURL(url, &kinds);
+        std::optional<Dictionary> manifest = dictionaryWithContentsOfURL(url, &kinds, call);
+        if (call->isCancelled()) return;
+        if (std::optional<Call::Clock::time_point> deadline = call->deadline(); deadline && Call::Clock::now() >= *deadline)
+            return complete(false, call->expiredMessage());
         log("remote plist:" + (manifest ? describe(*manifest) : std::string("(null)")));
         if (!manifest) {
             log("dict is nil");

@@ -21,6 +21,9 @@ public:
     // be had, or whose items, first item or metadata is of the wrong kind, or
     // whose version is neither text nor a number from 0 to 2^53 (a date,
     // data, a boolean, a negative or huge number), gives (false, nothing).
+    // The check is a Call of the current CallScope's group: cancelled, it
+    // answers (false, "checkWithPListURL: cancelled") at once; past its
+    // deadline, (false, "checkWithPListURL: no answer within <N> ms").
     static void checkWithPListURL(std::string url, UpdateCheckCompletion callback);
 };
 

@@ -1,14 +1,15 @@
-// Multipart requests and the one-off HTTP session, over libcurl.
+// Multipart requests and the one-off HTTP session, carried by the platform's HTTP engine.
 #include "veltrane/platform/HTTPSession.h"
 
 #include <array>
 #include <cctype>
 #include <exception>
+#include <future>
 
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/Log.h"
 #include "veltrane/platform/Curl.h"
-#include "veltrane/platform/Dispatch.h"
+#include "veltrane/platform/HTTPEngine.h"
 
 namespace veltrane {
 
@@ -45,87 +46,6 @@ HTTPRequest requestForHttpMultipartPost(std::string url, const std::function<voi
 
 namespace {
 
-// One exchange of a redirect chain: its reply, or the transport's error.
-struct Exchange {
-    CURLcode result = CURLE_OK;
-    std::string error;
-    long status = 0;
-    std::string body;
-    std::string location;  // the redirect's absolute target, when there is one
-    bool tooLarge = false;
-};
-
-struct BodySink {
-    std::string* body;
-    size_t limit;
-    bool* tooLarge;
-};
-
-size_t collectLimited(char* data, size_t size, size_t count, void* target) {
-    auto* sink = static_cast<BodySink*>(target);
-    if (sink->body->size() + size * count > sink->limit) {
-        *sink->tooLarge = true;
-        return 0;  // aborts the transfer
-    }
-    sink->body->append(data, size * count);
-    return size * count;
-}
-
-int reportProgress(void* handler, curl_off_t, curl_off_t, curl_off_t total, curl_off_t sent) {
-    const auto& progress = *static_cast<const ProgressHandler*>(handler);
-    if (total > 0) progress(static_cast<uint64_t>(sent), static_cast<uint64_t>(total));
-    return 0;
-}
-
-Exchange exchange(const HTTPRequest& request, const std::string& url, bool get, const HTTPSessionOptions& options,
-                  const ProgressHandler& progress) {
-    Exchange x;
-    curl::Easy easy = curl::makeEasy();
-    CURL* h = easy.get();
-    char error[CURL_ERROR_SIZE] = {};
-    curl::Slist headers;
-    curl::Mime mime;
-    BodySink sink{&x.body, options.maxReplyBytes, &x.tooLarge};
-    curl_easy_setopt(h, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, options.connectTimeoutMilliseconds);
-    curl_easy_setopt(h, CURLOPT_TIMEOUT_MS, options.timeoutMilliseconds);
-    curl_easy_setopt(h, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(options.maxReplyBytes));
-    curl_easy_setopt(h, CURLOPT_ERRORBUFFER, error);
-    curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, collectLimited);
-    curl_easy_setopt(h, CURLOPT_WRITEDATA, &sink);
-    for (const auto& [name, value] : request.headers) curl::appendHeader(headers, name + ": " + value);
-    curl::appendHeader(headers, "Expect:");
-    curl_easy_setopt(h, CURLOPT_HTTPHEADER, headers.get());
-    if (progress) {
-        curl_easy_setopt(h, CURLOPT_XFERINFOFUNCTION, reportProgress);
-        curl_easy_setopt(h, CURLOPT_XFERINFODATA, &progress);
-        curl_easy_setopt(h, CURLOPT_NOPROGRESS, 0L);
-    }
-    if (!get && !request.parts.empty()) {
-        mime.reset(curl_mime_init(h));
-        for (const MultipartPart& part : request.parts) {
-            curl_mimepart* p = curl_mime_addpart(mime.get());
-            curl_mime_name(p, part.name.c_str());
-            curl_mime_data(p, part.content.data(), part.content.size());
-            if (part.fileName) curl_mime_filename(p, part.fileName->c_str());
-            if (!part.contentType.empty()) curl_mime_type(p, part.contentType.c_str());
-        }
-        curl_easy_setopt(h, CURLOPT_MIMEPOST, mime.get());
-    } else if (!get && request.method == "POST") {
-        curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-        curl_easy_setopt(h, CURLOPT_POSTFIELDS, request.body.c_str());
-    } else if (!get && request.method != "GET") {
-        curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, request.method.c_str());
-    }
-    x.result = curl_easy_perform(h);
-    x.error = curl::describe(x.result, error);
-    curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &x.status);
-    if (const char* target = nullptr; curl_easy_getinfo(h, CURLINFO_REDIRECT_URL, &target) == CURLE_OK && target) x.location = target;
-    return x;
-}
-
 std::string schemeOf(const std::string& url) {
     size_t colon = url.find("://");
     std::string scheme = colon == std::string::npos ? "" : url.substr(0, colon);
@@ -133,9 +53,83 @@ std::string schemeOf(const std::string& url) {
     return scheme;
 }
 
-HTTPSession::Outcome failure(CURLcode code, std::string description) {
+HTTPSession::Outcome failure(int code, std::string description) {
     return {std::nullopt, std::nullopt, HTTPError{code, std::move(description)}};
 }
+
+// One request and its redirects, run on an engine for one call: each hop an
+// exchange of its own, all within the call's deadline.
+struct Chain : std::enable_shared_from_this<Chain> {
+    std::weak_ptr<http::Engine> engine;
+    std::shared_ptr<Call> call;
+    HTTPRequest request;
+    HTTPSessionOptions options;
+    ProgressHandler progress;
+    std::function<void(HTTPSession::Outcome)> finish;
+    std::string url;
+    bool get = false;
+    int redirects = 0;
+
+    void hop() {
+        std::shared_ptr<http::Engine> e = engine.lock();
+        if (!e) return finish(failure(CURLE_FAILED_INIT, "the HTTP session has shut down"));
+        http::Exchange x;
+        x.url = url;
+        x.method = get ? "GET" : request.method;
+        for (const auto& [name, value] : request.headers) x.headers.push_back(name + ": " + value);
+        if (!get) {
+            x.body = request.body;
+            x.parts = request.parts;
+        }
+        x.limits.connectTimeout = std::chrono::milliseconds(options.connectTimeoutMilliseconds);
+        x.limits.timeout = std::chrono::milliseconds(options.timeoutMilliseconds);
+        x.limits.maxReplyBytes = options.maxReplyBytes;
+        x.limits.verifyTLS = options.verifyTLS;
+        x.limits.pinnedPublicKeys = options.pinnedPublicKeys;
+        x.limits.keepAlive = false;  // rare requests (an upload, a manifest): no connection left open behind them
+        x.progress = progress;
+        e->send(call, std::move(x), [self = shared_from_this()](http::Result&& r) { self->answered(r); });
+    }
+
+    void answered(http::Result& r) {
+        switch (r.ending) {
+        case http::Ending::cancelled: return finish(failure(CURLE_ABORTED_BY_CALLBACK, call->cancelledMessage()));
+        case http::Ending::expired: return finish(failure(CURLE_OPERATION_TIMEDOUT, call->expiredMessage()));
+        case http::Ending::shutDown: return finish(failure(CURLE_FAILED_INIT, "the HTTP session has shut down"));
+        case http::Ending::failed:
+            if (r.tooLarge) return finish(failure(CURLE_FILESIZE_EXCEEDED, "reply larger than " + std::to_string(options.maxReplyBytes) + " bytes (" + url + ")"));
+            return finish(failure(r.code, r.error + " (" + url + ")"));
+        case http::Ending::answered: break;
+        }
+        bool redirect = r.status == 301 || r.status == 302 || r.status == 303 || r.status == 307 || r.status == 308;
+        if (!redirect || r.location.empty()) return finish({std::move(r.body), HTTPResponse{r.status, url}, std::nullopt});
+        if (redirects == options.maxRedirects)
+            return finish(failure(CURLE_TOO_MANY_REDIRECTS, "more than " + std::to_string(options.maxRedirects) + " redirects (" + url + ")"));
+        if (std::optional<std::string> refusal = HTTPSession::redirectRefusal(url, r.location))
+            return finish(failure(CURLE_UNSUPPORTED_PROTOCOL, *refusal));
+        if (r.status == 303 || ((r.status == 301 || r.status == 302) && !get)) get = true;
+        ++redirects;
+        url = r.location;
+        hop();
+    }
+};
+
+// Runs request for call on engine; finish gets the outcome once, on the engine's thread.
+void run(const std::shared_ptr<http::Engine>& engine, std::shared_ptr<Call> call, HTTPRequest request, HTTPSessionOptions options,
+         ProgressHandler progress, std::function<void(HTTPSession::Outcome)> finish) {
+    auto chain = std::make_shared<Chain>();
+    chain->engine = engine;
+    chain->call = std::move(call);
+    chain->url = request.url;
+    chain->get = request.method == "GET";
+    chain->request = std::move(request);
+    chain->options = options;
+    chain->progress = std::move(progress);
+    chain->finish = std::move(finish);
+    chain->hop();
+}
+
+std::shared_ptr<Call> callFor(const HTTPRequest& request) { return Call::begin(request.name.empty() ? request.url : request.name); }
 
 } // namespace
 
@@ -146,46 +140,41 @@ std::optional<std::string> HTTPSession::redirectRefusal(const std::string& from,
     return std::nullopt;
 }
 
-HTTPSession::Outcome HTTPSession::perform(const HTTPRequest& request, const HTTPSessionOptions& options, const ProgressHandler& progress) {
-    std::string url = request.url;
-    bool get = request.method == "GET";
-    for (int redirects = 0;; ++redirects) {
-        Exchange x;
-        try {
-            x = exchange(request, url, get, options, progress);
-        } catch (const std::exception& e) {
-            return failure(CURLE_FAILED_INIT, std::string(e.what()) + " (" + url + ")");
-        }
-        if (x.tooLarge || x.result == CURLE_FILESIZE_EXCEEDED)
-            return failure(CURLE_FILESIZE_EXCEEDED, "reply larger than " + std::to_string(options.maxReplyBytes) + " bytes (" + url + ")");
-        if (x.result != CURLE_OK) return failure(x.result, x.error + " (" + url + ")");
-        bool redirect = x.status == 301 || x.status == 302 || x.status == 303 || x.status == 307 || x.status == 308;
-        if (!redirect || x.location.empty()) return {std::move(x.body), HTTPResponse{x.status, url}, std::nullopt};
+HTTPSession::HTTPSession(HTTPSessionOptions options) : options_(std::move(options)), engine_(std::make_shared<http::Engine>(http::Engine::Options{})) {}
 
-        if (redirects == options.maxRedirects)
-            return failure(CURLE_TOO_MANY_REDIRECTS, "more than " + std::to_string(options.maxRedirects) + " redirects (" + url + ")");
-        if (std::optional<std::string> refusal = redirectRefusal(url, x.location)) return failure(CURLE_UNSUPPORTED_PROTOCOL, *refusal);
-        if (x.status == 303 || ((x.status == 301 || x.status == 302) && !get)) get = true;
-        url = x.location;
-    }
+HTTPSession::~HTTPSession() = default;
+
+HTTPSession::Outcome HTTPSession::perform(const HTTPRequest& request, const HTTPSessionOptions& options, const ProgressHandler& progress,
+                                          std::shared_ptr<Call> call) {
+    HTTPSession& shared = sharedSession();
+    if (shared.engine_->onEngineThread()) return failure(CURLE_FAILED_INIT, "a request cannot wait on the HTTP session's own thread");
+    std::promise<Outcome> outcome;
+    std::future<Outcome> answered = outcome.get_future();
+    run(shared.engine_, call ? std::move(call) : callFor(request), request, options, progress,
+        [&outcome](Outcome o) { outcome.set_value(std::move(o)); });
+    return answered.get();
 }
 
 void DataTask::resume() {
     if (std::exchange(resumed_, true)) return;
-    Dispatch::globalQueue([request = std::move(request_), options = options_, completion = std::move(completion_),
-                           progress = std::move(progress_)] {
-        HTTPSession::Outcome outcome = HTTPSession::perform(request, options, progress);
-        completion(std::move(outcome.data), std::move(outcome.response), std::move(outcome.error));
+    std::shared_ptr<Call> call = callFor(request_);
+    run(engine_, call, std::move(request_), options_, std::move(progress_), [call, completion = std::move(completion_)](HTTPSession::Outcome o) {
+        if (!call->finish()) return;
+        try {
+            completion(std::move(o.data), std::move(o.response), std::move(o.error));
+        } catch (const std::exception& e) {
+            log(call->name() + ": completion raised: " + e.what());
+        }
     });
 }
 
 HTTPSession& HTTPSession::sharedSession() {
-    static HTTPSession session;
-    return session;
+    static HTTPSession* session = new HTTPSession();  // never destroyed: its thread may outlive static destruction
+    return *session;
 }
 
 std::shared_ptr<DataTask> HTTPSession::dataTaskWithRequest(HTTPRequest request, DataTaskCompletion completionHandler) {
-    return std::make_shared<DataTask>(std::move(request), options_, std::move(completionHandler));
+    return std::make_shared<DataTask>(std::move(request), options_, std::move(completionHandler), engine_);
 }
 
 std::optional<Dictionary> jsonDictionary(std::string_view data) {

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "veltrane/foundation/Call.h"
 #include "veltrane/foundation/Value.h"
 
 namespace veltrane {
@@ -28,6 +29,9 @@ struct HTTPRequest {
     std::vector<std::pair<std::string, std::string>> headers;
     std::string body;
     std::vector<MultipartPart> parts;  // when not empty, sent as multipart/form-data instead of body
+    // What the request serves, for messages ("uploadSignaturePDF: cancelled");
+    // the URL when empty.
+    std::string name;
 };
 
 // Adds parts, in order, to a multipart request.
@@ -65,6 +69,10 @@ using DataTaskCompletion =
 
 // The limits of a session's requests.
 struct HTTPSessionOptions {
+    bool verifyTLS = true;
+    // SHA-256 pins of the server's public key, each "sha256//<base64>": when
+    // given, a server whose key is none of them fails the request.
+    std::vector<std::string> pinnedPublicKeys;
     // A longer reply fails with "reply larger than N bytes" and is not kept.
     size_t maxReplyBytes = 16u << 20;
     // Redirects are followed up to this many, to http and https addresses
@@ -78,47 +86,64 @@ struct HTTPSessionOptions {
 // Sent upload progress: bytes sent so far of the body's total.
 using ProgressHandler = std::function<void(uint64_t sent, uint64_t total)>;
 
+namespace http {
+class Engine;
+}
+
 // A prepared data task; nothing is sent until resume().
 class DataTask {
 public:
-    DataTask(HTTPRequest request, HTTPSessionOptions options, DataTaskCompletion completion)
-        : request_(std::move(request)), options_(options), completion_(std::move(completion)) {}
-    // Called on the transfer's thread as the body is sent (set before resume()).
+    DataTask(HTTPRequest request, HTTPSessionOptions options, DataTaskCompletion completion, std::shared_ptr<http::Engine> engine)
+        : request_(std::move(request)), options_(std::move(options)), completion_(std::move(completion)), engine_(std::move(engine)) {}
+    // Called on the session's thread as the body is sent (set before resume()).
     void setProgressHandler(ProgressHandler handler) { progress_ = std::move(handler); }
-    // Starts the transfer on the global queue; the completion runs there,
-    // once. Later calls do nothing.
+    // Starts the transfer on the session's HTTP engine, as a Call of the
+    // current CallScope's group (named after the request): cancelling it
+    // ends the task at once with the error "<name>: cancelled", and its
+    // deadline with "<name>: no answer within <N> ms". The completion runs on
+    // the session's thread, once. Later calls do nothing.
     void resume();
 
 private:
     HTTPRequest request_;
     HTTPSessionOptions options_;
     DataTaskCompletion completion_;
+    std::shared_ptr<http::Engine> engine_;
     ProgressHandler progress_;
     bool resumed_ = false;
 };
 
-// Runs data tasks. Thread-safe; the shared session lives for the process.
+// Runs data tasks on an HTTP engine of its own (one thread, no thread waiting
+// on the network). Thread-safe; the shared session lives for the process.
 class HTTPSession {
 public:
-    explicit HTTPSession(HTTPSessionOptions options = {}) : options_(options) {}
+    explicit HTTPSession(HTTPSessionOptions options = {});
+    ~HTTPSession();
+    HTTPSession(const HTTPSession&) = delete;
+    HTTPSession& operator=(const HTTPSession&) = delete;
     static HTTPSession& sharedSession();
     std::shared_ptr<DataTask> dataTaskWithRequest(HTTPRequest request, DataTaskCompletion completionHandler);
     const HTTPSessionOptions& options() const noexcept { return options_; }
 
-    // Runs one request (and its redirects) on the calling thread and returns
-    // its outcome. Never throws for what the network or the server does.
+    // Runs one request (and its redirects) on the shared session's engine and
+    // waits on the calling thread for its outcome (never call it on the
+    // session's own thread). It belongs to call, whose cancellation and
+    // deadline end it; to a call of its own (named after the request) when
+    // none is given. Never throws for what the network or the server does.
     struct Outcome {
         std::optional<std::string> data;
         std::optional<HTTPResponse> response;
         std::optional<HTTPError> error;
     };
-    static Outcome perform(const HTTPRequest& request, const HTTPSessionOptions& options = {}, const ProgressHandler& progress = {});
+    static Outcome perform(const HTTPRequest& request, const HTTPSessionOptions& options = {}, const ProgressHandler& progress = {},
+                           std::shared_ptr<Call> call = nullptr);
     // Why a redirect from one address to another is not followed, or nothing
     // when it may be: only to http or https, and never from https to http.
     static std::optional<std::string> redirectRefusal(const std::string& from, const std::string& to);
 
 private:
     HTTPSessionOptions options_;
+    std::shared_ptr<http::Engine> engine_;
 };
 
 // The reply bytes as a JSON dictionary; nothing when they are not one.

@@ -10,12 +10,20 @@
 // gives (false, a message that starts with the API name and says what went
 // wrong, nothing).
 //
+// Every request is a Call (see veltrane/foundation/Call.h): cancelling it
+// ends it at once with (false, "<api>: cancelled") and sends nothing more of
+// it; past its deadline it ends with (false, "<api>: no answer within <N>
+// ms"), wherever it stands (waiting for a connection, or under way).
+//
 // Thread and lifetime rules: send() may be called from any thread. One
-// transport thread per HTTPTransport runs every transfer (concurrently) and
-// calls every completion, exactly once, there; completions should return
-// promptly. An exception that leaves a completion is caught and logged, and
-// the thread goes on. Connections are kept alive and reused. Destroying the
-// transport fails the requests still under way with "transport shut down".
+// transport thread per HTTPTransport (its HTTP engine's) runs every transfer
+// (concurrently) and calls every completion, exactly once, there;
+// completions should return promptly. An exception that leaves a completion
+// is caught and logged, and the thread goes on. Connections are kept alive
+// and reused; over TLS the transport offers HTTP/2 and multiplexes
+// concurrent requests on one connection when the server accepts it.
+// Destroying the transport fails the requests still under way with
+// "transport shut down".
 #pragma once
 
 #include <chrono>
@@ -23,7 +31,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <thread>
+#include <vector>
 
 #include "veltrane/foundation/Server.h"
 
@@ -48,9 +56,16 @@ struct HTTPTransportOptions {
     std::chrono::milliseconds connectTimeout{10'000};
     std::chrono::milliseconds timeout{30'000};  // whole request, connection included
     bool verifyTLS = true;
+    // SHA-256 pins of the server's public key, each "sha256//<base64>" (as
+    // libcurl's pinned public key option takes them): when given, a server
+    // whose key is none of them fails the request.
+    std::vector<std::string> pinnedPublicKeys;
     // Further requests to a host wait for a free connection, without a curl
     // handle and without their time limit running.
     long maxConnectionsPerHost = 6;
+    // Requests at once on one HTTP/2 connection, once the server has
+    // answered over HTTP/2.
+    long maxStreamsPerConnection = 100;
     size_t maxIdleHandles = 6;  // curl handles kept for reuse between bursts
     size_t maxReplyBytes = 64u << 20;
     // Compressed replies the server may send; empty asks for none. gzip only
@@ -76,6 +91,10 @@ bool isAPIName(std::string_view api);
 // JSON cannot hold.
 std::string encodeParameters(const Parameters& params);
 
+namespace http {
+class Engine;
+}
+
 class HTTPTransport : public Transport {
 public:
     explicit HTTPTransport(HTTPTransportOptions options = {});
@@ -83,7 +102,9 @@ public:
     HTTPTransport(const HTTPTransport&) = delete;
     HTTPTransport& operator=(const HTTPTransport&) = delete;
 
+    // A request of its own call (joining the current CallScope's group).
     void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) override;
+    void sendCall(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion, std::shared_ptr<Call> call) override;
 
     // Makes a transport with these options the gateway's (Server::setTransport)
     // and returns it.
@@ -96,11 +117,10 @@ public:
     };
     Load load() const;
 
-    struct Engine;
-
 private:
-    std::shared_ptr<Engine> engine_;
-    std::thread thread_;
+    std::shared_ptr<const HTTPTransportOptions> options_;
+    std::shared_ptr<http::Engine> engine_;
+    std::vector<std::string> headers_;  // sent with every request
 };
 
 } // namespace veltrane

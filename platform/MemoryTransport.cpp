@@ -24,16 +24,21 @@ void MemoryTransport::setDeferred(bool deferred) {
 size_t MemoryTransport::deliver() {
     size_t count = 0;
     for (;;) {
-        std::function<void()> next;
+        std::pair<std::shared_ptr<Call>, std::function<void(const Call&)>> next;
         {
-            std::lock_guard lock(mutex_);
-            if (held_.empty()) return count;
-            next = std::move(held_.front());
-            held_.pop_front();
+            std::lock_guard lock(held_->mutex);
+            if (held_->answers.empty()) return count;
+            next = std::move(held_->answers.front());
+            held_->answers.pop_front();
         }
         ++count;
-        next();
+        next.second(*next.first);
     }
+}
+
+size_t MemoryTransport::held() const {
+    std::lock_guard lock(held_->mutex);
+    return held_->answers.size();
 }
 
 std::vector<MemoryTransport::Request> MemoryTransport::requests() const {
@@ -51,10 +56,15 @@ void MemoryTransport::clear() {
     std::lock_guard lock(mutex_);
     requests_.clear();
     scripted_.clear();
-    held_.clear();
+    std::lock_guard heldLock(held_->mutex);
+    held_->answers.clear();
 }
 
 void MemoryTransport::send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) {
+    sendCall(method, api, std::move(params), std::move(completion), Call::begin(api));
+}
+
+void MemoryTransport::sendCall(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion, std::shared_ptr<Call> call) {
     Request request{method, api, std::move(params)};
     std::optional<Reply> reply;
     std::function<Reply(const Request&)> handler;
@@ -71,15 +81,28 @@ void MemoryTransport::send(HTTPMethod method, const std::string& api, Parameters
         deferred = deferred_;
     }
     if (!reply) reply = handler ? handler(request) : Reply{false, "no reply scripted for " + api, std::nullopt};
-    auto answer = [completion = std::move(completion), reply = std::move(*reply)]() {
+    if (!deferred) return completion(reply->success, reply->message, reply->data);
+    auto answer = [completion, reply = std::move(*reply)](const Call& c) {
+        std::optional<Call::Clock::time_point> deadline = c.deadline();
+        if (deadline && Call::Clock::now() >= *deadline) return completion(false, c.expiredMessage(), std::nullopt);
         completion(reply.success, reply.message, reply.data);
     };
-    if (!deferred) {
-        answer();
-        return;
+    {
+        std::lock_guard lock(held_->mutex);
+        held_->answers.emplace_back(call, std::move(answer));
     }
-    std::lock_guard lock(mutex_);
-    held_.emplace_back(std::move(answer));
+    call->onCancel([held = std::weak_ptr<Held>(held_), weak = std::weak_ptr<Call>(call), completion] {
+        std::shared_ptr<Held> h = held.lock();
+        std::shared_ptr<Call> c = weak.lock();
+        if (!h || !c) return;
+        {
+            std::lock_guard lock(h->mutex);
+            auto it = std::find_if(h->answers.begin(), h->answers.end(), [&](const auto& a) { return a.first == c; });
+            if (it == h->answers.end()) return;  // delivered already
+            h->answers.erase(it);
+        }
+        completion(false, c->cancelledMessage(), std::nullopt);
+    });
 }
 
 } // namespace veltrane

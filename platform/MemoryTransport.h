@@ -34,23 +34,34 @@ public:
     // request gets (false, "no reply scripted for <api>").
     void setHandler(std::function<Reply(const Request&)> handler);
     // Holds completions until deliver() instead of answering inside send().
+    // A held request whose call is cancelled is answered at once with
+    // (false, "<api>: cancelled"), on the cancelling thread; one whose
+    // deadline has passed when deliver() comes is answered (false, "<api>:
+    // no answer within <N> ms").
     void setDeferred(bool deferred);
     // Runs the held completions, in order, on the calling thread; returns how many.
     size_t deliver();
+    // How many completions are held.
+    size_t held() const;
 
     std::vector<Request> requests() const;
     Request lastRequest() const;
     void clear();
 
     void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) override;
+    void sendCall(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion, std::shared_ptr<Call> call) override;
 
 private:
+    struct Held {
+        std::mutex mutex;
+        std::deque<std::pair<std::shared_ptr<Call>, std::function<void(const Call&)>>> answers;
+    };
     mutable std::mutex mutex_;
     std::vector<Request> requests_;
     std::vector<std::pair<std::string, Reply>> scripted_;
     std::function<Reply(const Request&)> handler_;
     bool deferred_ = false;
-    std::deque<std::function<void()>> held_;
+    std::shared_ptr<Held> held_ = std::make_shared<Held>();
 };
 
 } // namespace veltrane

@@ -237,7 +237,8 @@ private:
         unsigned char marker = static_cast<unsigned char>(b_[at++]);
         unsigned type = marker >> 4;
         if (type != 0x5 && type != 0x6) refuseAt(dictionary, "dictionary key is not text");
-        return text(at, type, length(at, marker & 0x0F, key), key);
+        uint64_t n = length(at, marker & 0x0F, key);  // advances at past the length
+        return text(at, type, n, key);
     }
 
     Read object(uint64_t object, size_t depth) {
@@ -275,7 +276,11 @@ private:
             break;
         }
         case 0x5:
-        case 0x6: read = build_.leaf(Value(text(at, type, length(at, low, object), object)), "string"); break;
+        case 0x6: {
+            uint64_t n = length(at, low, object);  // advances at past the length
+            read = build_.leaf(Value(text(at, type, n, object)), "string");
+            break;
+        }
         case 0x8:
             if (low > 7) refuseAt(object, "UID beyond 64 bits");
             need(at, low + 1, object, "UID outside the list");
@@ -584,7 +589,7 @@ private:
 // The bytes at url: an http or https address through the HTTP session, a
 // file address ("file:///path", percent-escaped) or a plain path from disk.
 // Nothing, with a log line, on any failure or beyond kMaxPropertyListBytes.
-std::optional<std::string> fetch(const std::string& url) {
+std::optional<std::string> fetch(const std::string& url, std::shared_ptr<Call> call) {
     auto fail = [&](const std::string& why) -> std::optional<std::string> {
         log("property list " + url + ": " + why);
         return std::nullopt;
@@ -605,7 +610,7 @@ std::optional<std::string> fetch(const std::string& url) {
     request.url = url;
     HTTPSessionOptions options;
     options.maxReplyBytes = kMaxPropertyListBytes;
-    HTTPSession::Outcome outcome = HTTPSession::perform(request, options);
+    HTTPSession::Outcome outcome = HTTPSession::perform(request, options, {}, std::move(call));
     if (outcome.error) return fail(outcome.error->description);
     if (outcome.response->statusCode >= 400) return fail("server answered HTTP " + std::to_string(outcome.response->statusCode));
     return outcome.data;
@@ -627,8 +632,8 @@ std::optional<Value> propertyListWithData(std::string_view bytes, std::string* e
     }
 }
 
-std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds) {
-    std::optional<std::string> bytes = fetch(url);
+std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds, std::shared_ptr<Call> call) {
+    std::optional<std::string> bytes = fetch(url, std::move(call));
     if (!bytes) return std::nullopt;
     std::string why;
     std::optional<Value> value = propertyListWithData(*bytes, &why, kinds);

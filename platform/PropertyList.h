@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "veltrane/foundation/Call.h"
 #include "veltrane/foundation/Value.h"
 
 namespace veltrane {
@@ -36,8 +37,9 @@ std::optional<Value> propertyListWithData(std::string_view bytes, std::string* e
 // it as a property list whose top level is a dictionary (kinds as above).
 // Nothing on any failure: no network, HTTP error status, not a property list,
 // not a dictionary; the reason is logged. Blocks the calling thread for the
-// whole download.
-std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds = nullptr);
+// whole download, which the HTTP session carries as part of call (a call of
+// its own when none is given): its cancellation and deadline end the wait.
+std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds = nullptr, std::shared_ptr<Call> call = nullptr);
 
 // The application's information dictionary ("CFBundleShortVersionString" and
 // whatever else it sets). Empty until the application sets it.

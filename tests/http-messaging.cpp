@@ -19,6 +19,7 @@
 #include "veltrane/platform/NotificationCenter.h"
 #include "veltrane/platform/PropertyList.h"
 #include "support/Loopback.h"
+#include "support/Process.h"
 #include "support/SandboxTest.h"
 
 namespace veltrane {
@@ -254,67 +255,11 @@ TEST_F(MessagingOverHTTP, TheHomeScreen) {
 
 // ---- The commands ----------------------------------------------------------------------------
 
-// The veltrane command line running in the background, its output read as
-// it comes.
-class Process {
-public:
-    explicit Process(const std::vector<std::string>& arguments) {
-        int out[2];
-        if (pipe(out) != 0) throw std::runtime_error("pipe");
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(out[1], STDOUT_FILENO);
-            dup2(out[1], STDERR_FILENO);
-            close(out[0]);
-            std::vector<char*> argv{const_cast<char*>(VELTRANE_CLI)};
-            for (const std::string& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
-            argv.push_back(nullptr);
-            execv(VELTRANE_CLI, argv.data());
-            _exit(127);
-        }
-        close(out[1]);
-        fd_ = out[0];
-    }
-    ~Process() {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-        close(fd_);
-    }
-    // Reads until the output holds text, or the time is up.
-    bool waitFor(const std::string& text, std::chrono::milliseconds within = 10s) {
-        for (auto end = Clock::now() + within; output.find(text) == std::string::npos && Clock::now() < end;) {
-            pollfd p{fd_, POLLIN, 0};
-            if (::poll(&p, 1, 50) <= 0) continue;
-            char buffer[4096];
-            ssize_t n = read(fd_, buffer, sizeof buffer);
-            if (n <= 0) break;
-            output.append(buffer, static_cast<size_t>(n));
-        }
-        return output.find(text) != std::string::npos;
-    }
-    // Sends sig and returns the exit status.
-    int stop(int sig) {
-        kill(pid_, sig);
-        waitFor("\x01", 5s);  // drains what is left
-        int status = 0;
-        waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    std::string output;
-
-private:
-    pid_t pid_ = -1;
-    int fd_ = -1;
-};
-
 TEST_F(MessagingOverHTTP, WatchPrintsWhatPushQueuesAndStopsOnCtrlC) {
     std::string settings = (std::filesystem::temp_directory_path() / ("veltrane-watch-" + std::to_string(getpid()) + ".sqlite")).string();
-    Process watch({"watch", "--server", sandbox->address(), "--settings", settings, "--from-start"});
+    test::Process watch({"watch", "--server", sandbox->address(), "--settings", settings, "--from-start"});
     ASSERT_TRUE(watch.waitFor("(last identifier now ")) << watch.output;
-    Process push({"push", "--server", sandbox->address(), "--type", "order", "请 \"尽快\" 处理"});
+    test::Process push({"push", "--server", sandbox->address(), "--type", "order", "请 \"尽快\" 处理"});
     ASSERT_TRUE(push.waitFor("queued message #")) << push.output;
     EXPECT_EQ(push.stop(0), 0);
     ASSERT_TRUE(watch.waitFor("[order]  请 \"尽快\" 处理")) << watch.output;
@@ -322,7 +267,7 @@ TEST_F(MessagingOverHTTP, WatchPrintsWhatPushQueuesAndStopsOnCtrlC) {
     EXPECT_NE(watch.output.find("stopped: "), std::string::npos) << watch.output;
 
     // The stored identifier survives: a second watch asks after it.
-    Process again({"watch", "--server", sandbox->address(), "--settings", settings});
+    test::Process again({"watch", "--server", sandbox->address(), "--settings", settings});
     ASSERT_TRUE(again.waitFor("from identifier ")) << again.output;
     EXPECT_EQ(again.stop(SIGTERM), 0);
     EXPECT_EQ(again.output.find("[order]"), std::string::npos) << again.output;
@@ -332,7 +277,7 @@ TEST_F(MessagingOverHTTP, WatchPrintsWhatPushQueuesAndStopsOnCtrlC) {
     // polls print the message once.
     std::filesystem::path folder = std::filesystem::temp_directory_path() / ("veltrane-watch-folder-" + std::to_string(getpid()));
     std::filesystem::create_directories(folder);
-    Process unusable({"watch", "--server", sandbox->address(), "--settings", folder.string(), "--from-start"});
+    test::Process unusable({"watch", "--server", sandbox->address(), "--settings", folder.string(), "--from-start"});
     ASSERT_TRUE(unusable.waitFor("尽快")) << unusable.output;
     unusable.waitFor("never printed", 2500ms);
     EXPECT_EQ(unusable.stop(SIGINT), 0);

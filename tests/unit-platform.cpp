@@ -385,7 +385,7 @@ void expectSame(const Value& got, const Value& want, const std::string& path = "
             ++g;
         }
     } else {
-        EXPECT_EQ(got, want) << path;
+        EXPECT_EQ(got, want) << path << ": " << describe(got) << " instead of " << describe(want);
     }
 }
 
