@@ -12,11 +12,15 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "RatioReporter.h"
 #include "veltrane/foundation/Call.h"
+#include "veltrane/platform/HTTPHooks.h"
 #include "veltrane/platform/HTTPTransport.h"
+#include "sandbox/Sandbox.h"
+#include "support/Nginx.h"
 
 namespace {
 
@@ -229,12 +233,67 @@ void Burst10000(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * 10000);
 }
 
+// Sixteen calls at once through nginx (TLS) in front of the sandbox: over
+// HTTP/2, where they share one connection, and over HTTP/1.1, where they
+// share the transport's 6 connections to the host.
+struct ThroughNginx {
+    sandbox::Sandbox sandbox;
+    std::optional<test::Nginx> nginx;
+    ThroughNginx() {
+        sandbox.start();
+        if (!test::Nginx::missing()) nginx.emplace("127.0.0.1:" + std::to_string(sandbox.port()));
+    }
+};
+
+void concurrentThroughNginx(benchmark::State& state, bool http2) {
+    static ThroughNginx* site = [] {
+        static ThroughNginx running;  // stopped at exit
+        return &running;
+    }();
+    if (!site->nginx) return state.SkipWithError("nginx is not installed (scripts/bootstrap installs it)");
+    Server::setAddress(site->nginx->address(0));
+    HTTPTransportOptions options;
+    options.caCertificates = site->nginx->trustFile();
+    options.http2 = http2;
+    auto transport = std::make_shared<HTTPTransport>(options);
+    std::atomic<int> answered{0}, failed{0};
+    for (auto _ : state) {
+        int target = answered.load() + 16;
+        for (int i = 0; i < 16; ++i)
+            transport->send(HTTPMethod::GET, "getLabel", kParams, [&](bool ok, std::optional<std::string>, std::optional<Value>) {
+                if (!ok) ++failed;
+                ++answered;
+                answered.notify_one();
+            });
+        for (int seen = answered.load(); seen < target; seen = answered.load()) answered.wait(seen);
+    }
+    if (failed) state.SkipWithError("requests failed");
+    state.SetItemsProcessed(state.iterations() * 16);
+}
+
+void Nginx16HTTP2(benchmark::State& state) { concurrentThroughNginx(state, true); }
+void Nginx16HTTP11(benchmark::State& state) { concurrentThroughNginx(state, false); }
+
+// The observer's cost: the same sequential requests, each told to an observer.
+void TransportObserved(benchmark::State& state) {
+    std::atomic<size_t> heard{0};
+    RequestObserver previous = setRequestObserver([&](const RequestEvent& e) { heard += e.bytesReceived > 0; });
+    HTTPTransportOptions options;
+    options.acceptEncoding.clear();
+    sequential(state, options);
+    setRequestObserver(previous);
+    if (heard == 0) state.SkipWithError("the observer heard nothing");
+}
+
 BENCHMARK(Transport)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(TransportUncompressed)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(TransportConcurrent16)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(TransportObserved)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(PlainCurl)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(PlainCurlHandedOff)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(CancelHalfOf100)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(Nginx16HTTP2)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(Nginx16HTTP11)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(Burst10000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
 } // namespace
@@ -246,7 +305,9 @@ int main(int argc, char** argv) {
                                              {"TransportUncompressed", "PlainCurl"},
                                              {"TransportConcurrent16", "PlainCurl"},
                                              {"PlainCurlHandedOff", "PlainCurl"},
-                                             {"TransportUncompressed", "PlainCurlHandedOff"}},
+                                             {"TransportUncompressed", "PlainCurlHandedOff"},
+                                             {"TransportObserved", "TransportUncompressed"},
+                                             {"Nginx16HTTP2", "Nginx16HTTP11"}},
                                             "items_per_second");
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

@@ -23,6 +23,7 @@
 #include "veltrane/Version.h"
 #include "veltrane/documents/Receipt.h"
 #include "veltrane/platform/Dispatch.h"
+#include "veltrane/platform/HTTPHooks.h"
 #include "veltrane/platform/HTTPSession.h"
 #include "veltrane/foundation/Await.h"
 #include "veltrane/foundation/Boxing.h"
@@ -126,7 +127,26 @@ struct CallArguments {
     std::string server = "http://127.0.0.1:8080";
     bool list = false;
     std::optional<int64_t> timeout;  // milliseconds
+    bool timing = false;
 };
+
+// "attempt 1: HTTP 200 over HTTP/1.1 on a new connection, sent 182 B, received
+// 265 B; name lookup 0.02 ms, connect 0.11 ms, TLS 0.00 ms, first byte 1.32
+// ms, total 1.35 ms"
+std::string timingLine(const RequestEvent& e) {
+    auto ms = [](std::chrono::microseconds d) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%.2f ms", static_cast<double>(d.count()) / 1000.0);
+        return std::string(text);
+    };
+    std::string line = "attempt " + std::to_string(e.attempt) + ": ";
+    line += e.status ? "HTTP " + std::to_string(e.status) + " over HTTP/" + e.httpVersion : std::string("no answer");
+    line += e.connectionReused ? " on a reused connection" : " on a new connection";
+    line += ", sent " + std::to_string(e.bytesSent) + " B, received " + std::to_string(e.bytesReceived) + " B; name lookup " + ms(e.nameLookup) +
+            ", connect " + ms(e.connect) + ", TLS " + ms(e.tlsHandshake) + ", first byte " + ms(e.firstByte) + ", total " + ms(e.total);
+    if (e.error) line += "; " + *e.error;
+    return line;
+}
 
 int callCommand(const CallArguments& a) {
     if (a.list) {
@@ -154,6 +174,8 @@ int callCommand(const CallArguments& a) {
     cli::catchInterrupts();
     HTTPTransport::install();
     Server::setAddress(a.server);
+    std::vector<std::string> timings;  // written by the transport's thread before the answer
+    if (a.timing) setRequestObserver([&timings](const RequestEvent& e) { timings.push_back(timingLine(e)); });
     CallGroup group;
     if (a.timeout) group.setTimeout(std::chrono::milliseconds(*a.timeout));
     std::mutex mutex;
@@ -172,6 +194,8 @@ int callCommand(const CallArguments& a) {
         return answer.has_value();
     }, group, std::chrono::hours(24));
     Server::setTransport(nullptr);
+    setRequestObserver(nullptr);
+    for (const std::string& line : timings) std::cerr << "timing: " << line << '\n';
     Outcome<Value> outcome = answer.value_or(Outcome<Value>{false, std::string("no answer"), std::nullopt});
     if (cli::interrupted()) {
         std::cerr << "veltrane call: interrupted (" << outcome.message.value_or("") << ")\n";
@@ -286,6 +310,7 @@ int main(int argc, char** argv) {
     callApp->add_option("--timeout", callArgs.timeout, "Give up when no answer came within MS milliseconds (connecting and waiting included)")
         ->type_name("MS")
         ->check(CLI::Range(int64_t{1}, int64_t{86'400'000}));
+    callApp->add_flag("--timing", callArgs.timing, "Print where the time of each attempt went (on standard error)");
     callApp->footer("Exits 0 when the server accepted the request, 1 when it did not, 2 for a usage error, 130 when interrupted (Ctrl-C).");
 
     UploadArguments uploadArgs;

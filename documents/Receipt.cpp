@@ -76,7 +76,7 @@ void Receipt::uploadSignaturePDF(std::string pdf, UploadCompletion callback, Upl
             Dispatch::mainQueue().async([callback, progress, throttle, data = std::move(data), error = std::move(error)] {
                 if (std::optional<Dictionary> reply = data ? jsonDictionary(*data) : std::nullopt) {
                     if (progress && !throttle->atTotal && throttle->total) progress(throttle->total, throttle->total);
-                    log(describe(*reply));
+                    logValue("", *reply);
                     callback(true, std::string("上传成功"));
                 } else {
                     callback(false, error ? error->description : std::string("未知错误"));

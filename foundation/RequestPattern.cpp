@@ -43,7 +43,8 @@ Handler flag(FlagCallback callback) {
 
 Handler booleanOfData(FlagCallback callback) {
     return [callback = std::move(callback)](const std::string&, bool ok, std::optional<std::string> message, std::optional<Value> data) {
-        log(describeOrNull(data));
+        if (data) logValue("", *data);
+        else log("(null)");
         try {
             callback(ok, message, data ? data->boolValue() : false);
         } catch (const std::exception&) {

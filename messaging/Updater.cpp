@@ -77,11 +77,14 @@ void Updater::checkWithPListURL(std::string url, UpdateCheckCompletion callback)
     Dispatch::globalQueue([url = std::move(url), call, complete] {
         if (call->isCancelled()) return;
         Value kinds;
-        std::optional<Dictionary> manifest = dictionaryWithContentsOfURL(url, &kinds, call);
+        std::string refusal;
+        std::optional<Dictionary> manifest = dictionaryWithContentsOfURL(url, &kinds, call, &refusal);
         if (call->isCancelled()) return;
+        if (!refusal.empty()) return complete(false, refusal);  // a request adapter stopped it: nothing was sent
         if (std::optional<Call::Clock::time_point> deadline = call->deadline(); deadline && Call::Clock::now() >= *deadline)
             return complete(false, call->expiredMessage());
-        log("remote plist:" + (manifest ? describe(*manifest) : std::string("(null)")));
+        if (manifest) logValue("remote plist:", *manifest);
+        else log("remote plist:(null)");
         if (!manifest) {
             log("dict is nil");
             return complete(false, std::nullopt);

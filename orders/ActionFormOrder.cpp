@@ -33,7 +33,7 @@ void ActionFormOrder::post(const Value& order, ResultCallback<ActionFormOrderSub
     if (!text) return;
     std::optional<User> user = Account::getCurrentUser();
     Dictionary params{{"userid", NSBoxLong(user ? user->ID() : 0)}, {"companyid", NSBoxLong(user ? user->companyID() : 0)}, {"data", *text}};
-    log("posting data to create order:\n" + *text);
+    logValue("posting data to create order:\n", order, Rendering::json);
     reply::post("postCreateOrder", std::move(params), reply::oneRecord<ActionFormOrderSubmitResult>(std::move(callback)));
 }
 
@@ -49,7 +49,7 @@ void ActionFormOrder::checkOrderIsAccepting(std::optional<std::string> SN, FlagC
 void ActionFormOrder::postUpdateData(const Value& data, ResultCallback<Value> callback) {
     std::optional<std::string> text = reply::jsonParameter(data, callback);
     if (!text) return;
-    log("post update data:\n" + *text);
+    logValue("post update data:\n", data, Rendering::json);
     reply::post("postUpdateOrder", Dictionary{{"data", *text}}, reply::passThrough(std::move(callback)));
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 // The reply, logged; then orderInfo's copy with the forms' actions added.
 Dictionary infoWithActions(const Dictionary& reply) {
-    log(describe(reply));
+    logValue("", reply);
     Dictionary info = reply.optDictionary("orderInfo").mutableCopy();
     Array actions;
     if (std::optional<Array> forms = reply.optArray("data")) {

@@ -8,7 +8,7 @@ namespace veltrane {
 
 namespace {
 Dictionary logged(const Dictionary& d) {
-    log(describe(d));
+    logValue("", d);
     return d;
 }
 } // namespace

@@ -195,7 +195,7 @@ Dictionary outgoing(const Order& o, int32_t companyID, int32_t userID) {
 
 void Order::postOrderInfo(const Order& order, int32_t withCompanyID, int32_t andUserID, FlagCallback callback) {
     Dictionary params = outgoing(order, withCompanyID, andUserID);
-    log(describe(params));
+    logValue("", params);
     reply::post("postCreateOrder", std::move(params), reply::flag(std::move(callback)));
 }
 

@@ -95,6 +95,25 @@ std::string versionName(long version) {
 
 } // namespace
 
+RequestEvent eventOf(const std::string& name, const std::string& method, int attempt, const Result& r, const std::optional<std::string>& error) {
+    RequestEvent e;
+    e.name = name;
+    e.method = method;
+    e.attempt = attempt;
+    e.status = r.ending == Ending::answered ? r.status : 0;
+    e.bytesSent = r.bytesSent;
+    e.bytesReceived = r.bytesReceived;
+    e.nameLookup = r.timings.nameLookup;
+    e.connect = r.timings.connect;
+    e.tlsHandshake = r.timings.tlsHandshake;
+    e.firstByte = r.timings.firstByte;
+    e.total = r.timings.total;
+    e.connectionReused = r.connectionReused;
+    e.httpVersion = r.ending == Ending::answered ? r.httpVersion : "";
+    e.error = error;
+    return e;
+}
+
 struct Engine::Loop {
     explicit Loop(Options o) : options(o), multi(curl_multi_init()) {
         if (!multi) throw std::runtime_error("libcurl could not create a multi handle");
@@ -330,7 +349,8 @@ struct Engine::Loop {
             for (const std::string& pin : limits.pinnedPublicKeys) pins += (pins.empty() ? "" : ";") + pin;
             curl_easy_setopt(h, CURLOPT_PINNEDPUBLICKEY, pins.c_str());  // copied by libcurl
         }
-        curl_easy_setopt(h, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_2TLS);
+        if (!limits.caCertificates.empty()) curl_easy_setopt(h, CURLOPT_CAINFO, limits.caCertificates.c_str());
+        curl_easy_setopt(h, CURLOPT_HTTP_VERSION, limits.http2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
         // A host known to speak HTTP/2 takes the exchange on its connection.
         // Waiting to know that of a host not heard from would hold every
         // exchange behind its first one, which may never be answered.
@@ -339,6 +359,7 @@ struct Engine::Loop {
         if (!limits.acceptEncoding.empty()) curl_easy_setopt(h, CURLOPT_ACCEPT_ENCODING, limits.acceptEncoding.c_str());
         curl_easy_setopt(h, CURLOPT_TCP_KEEPALIVE, 1L);
         if (!limits.keepAlive) curl_easy_setopt(h, CURLOPT_FORBID_REUSE, 1L);
+        if (limits.freshConnection) curl_easy_setopt(h, CURLOPT_FRESH_CONNECT, 1L);
         for (const std::string& line : x.headers) curl::appendHeader(t.headers, line);
         curl::appendHeader(t.headers, "Expect:");
         curl_easy_setopt(h, CURLOPT_HTTPHEADER, t.headers.get());
@@ -401,6 +422,7 @@ struct Engine::Loop {
         if (code != CURLE_OK || r.tooLarge) {
             r.code = code == CURLE_OK ? CURLE_FILESIZE_EXCEEDED : code;
             r.error = curl::describe(code, t.errorBuffer.get());
+            if (code == CURLE_SSL_PINNEDPUBKEYNOTMATCH) r.error = "the server's public key is not pinned (" + r.error + ")";
         }
         end(t, code == CURLE_OK && !r.tooLarge ? Ending::answered : Ending::failed, true);
     }

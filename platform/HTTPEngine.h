@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "veltrane/foundation/Call.h"
+#include "veltrane/platform/HTTPHooks.h"
 #include "veltrane/platform/HTTPSession.h"
 
 namespace veltrane::http {
@@ -45,9 +46,15 @@ struct Limits {
     bool verifyTLS = true;
     std::vector<std::string> pinnedPublicKeys;  // "sha256//<base64>" each; the server's key must be one of them
     std::string acceptEncoding;                 // empty: no compressed replies
+    std::string caCertificates;                 // a PEM file of the authorities to trust; empty: the system's
     std::string userAgent;
     size_t maxReplyBytes = 64u << 20;
-    bool keepAlive = true;  // false: the connection closes after the exchange
+    bool http2 = true;       // offer HTTP/2 over TLS (ALPN); false: HTTP/1.1 only
+    bool keepAlive = true;   // false: the connection closes after the exchange
+    // A connection of its own, never one left open: libcurl sends a request
+    // again by itself when a reused connection closes before any answer, and
+    // a request whose body may have reached the server must never be sent twice.
+    bool freshConnection = false;
 };
 
 struct Exchange {
@@ -84,6 +91,9 @@ struct Result {
     Timings timings;
     Clock::duration waited{};  // for a free connection
 };
+
+// The observer's account of an attempt that ended as r.
+RequestEvent eventOf(const std::string& name, const std::string& method, int attempt, const Result& r, const std::optional<std::string>& error);
 
 class Engine {
 public:

@@ -10,6 +10,7 @@
 #include "veltrane/foundation/Log.h"
 #include "veltrane/platform/Curl.h"
 #include "veltrane/platform/HTTPEngine.h"
+#include "veltrane/platform/HTTPHooks.h"
 
 namespace veltrane {
 
@@ -70,6 +71,19 @@ struct Chain : std::enable_shared_from_this<Chain> {
     bool get = false;
     int redirects = 0;
 
+    // The adapters' headers join the request's own, once for the chain.
+    void start() {
+        if (hasRequestAdapters()) {
+            try {
+                OutgoingRequest outgoing{call->name(), request.method, request.headers, nullptr};
+                adaptRequest(outgoing);
+            } catch (const std::exception& e) {
+                return finish(failure(kRequestRefused, call->name() + ": " + e.what()));
+            }
+        }
+        hop();
+    }
+
     void hop() {
         std::shared_ptr<http::Engine> e = engine.lock();
         if (!e) return finish(failure(CURLE_FAILED_INIT, "the HTTP session has shut down"));
@@ -86,21 +100,32 @@ struct Chain : std::enable_shared_from_this<Chain> {
         x.limits.maxReplyBytes = options.maxReplyBytes;
         x.limits.verifyTLS = options.verifyTLS;
         x.limits.pinnedPublicKeys = options.pinnedPublicKeys;
+        x.limits.caCertificates = options.caCertificates;
         x.limits.keepAlive = false;  // rare requests (an upload, a manifest): no connection left open behind them
         x.progress = progress;
         e->send(call, std::move(x), [self = shared_from_this()](http::Result&& r) { self->answered(r); });
     }
 
-    void answered(http::Result& r) {
+    // What an exchange that did not answer gives the task; nothing when it answered.
+    std::optional<HTTPSession::Outcome> failed(const http::Result& r) const {
         switch (r.ending) {
-        case http::Ending::cancelled: return finish(failure(CURLE_ABORTED_BY_CALLBACK, call->cancelledMessage()));
-        case http::Ending::expired: return finish(failure(CURLE_OPERATION_TIMEDOUT, call->expiredMessage()));
-        case http::Ending::shutDown: return finish(failure(CURLE_FAILED_INIT, "the HTTP session has shut down"));
+        case http::Ending::cancelled: return failure(CURLE_ABORTED_BY_CALLBACK, call->cancelledMessage());
+        case http::Ending::expired: return failure(CURLE_OPERATION_TIMEDOUT, call->expiredMessage());
+        case http::Ending::shutDown: return failure(CURLE_FAILED_INIT, "the HTTP session has shut down");
         case http::Ending::failed:
-            if (r.tooLarge) return finish(failure(CURLE_FILESIZE_EXCEEDED, "reply larger than " + std::to_string(options.maxReplyBytes) + " bytes (" + url + ")"));
-            return finish(failure(r.code, r.error + " (" + url + ")"));
+            if (r.tooLarge) return failure(CURLE_FILESIZE_EXCEEDED, "reply larger than " + std::to_string(options.maxReplyBytes) + " bytes (" + url + ")");
+            return failure(r.code, r.error + " (" + url + ")");
         case http::Ending::answered: break;
         }
+        return std::nullopt;
+    }
+
+    void answered(http::Result& r) {
+        std::optional<HTTPSession::Outcome> ended = failed(r);
+        if (hasRequestObserver())
+            observeRequest(http::eventOf(call->name(), get ? "GET" : request.method, redirects + 1, r,
+                                         ended ? std::optional(ended->error->description) : std::nullopt));
+        if (ended) return finish(std::move(*ended));
         bool redirect = r.status == 301 || r.status == 302 || r.status == 303 || r.status == 307 || r.status == 308;
         if (!redirect || r.location.empty()) return finish({std::move(r.body), HTTPResponse{r.status, url}, std::nullopt});
         if (redirects == options.maxRedirects)
@@ -126,7 +151,7 @@ void run(const std::shared_ptr<http::Engine>& engine, std::shared_ptr<Call> call
     chain->options = options;
     chain->progress = std::move(progress);
     chain->finish = std::move(finish);
-    chain->hop();
+    chain->start();
 }
 
 std::shared_ptr<Call> callFor(const HTTPRequest& request) { return Call::begin(request.name.empty() ? request.url : request.name); }
@@ -144,15 +169,25 @@ HTTPSession::HTTPSession(HTTPSessionOptions options) : options_(std::move(option
 
 HTTPSession::~HTTPSession() = default;
 
-HTTPSession::Outcome HTTPSession::perform(const HTTPRequest& request, const HTTPSessionOptions& options, const ProgressHandler& progress,
+HTTPSession::Outcome HTTPSession::perform(const HTTPRequest& request, const std::optional<HTTPSessionOptions>& options, const ProgressHandler& progress,
                                           std::shared_ptr<Call> call) {
     HTTPSession& shared = sharedSession();
     if (shared.engine_->onEngineThread()) return failure(CURLE_FAILED_INIT, "a request cannot wait on the HTTP session's own thread");
     std::promise<Outcome> outcome;
     std::future<Outcome> answered = outcome.get_future();
-    run(shared.engine_, call ? std::move(call) : callFor(request), request, options, progress,
+    run(shared.engine_, call ? std::move(call) : callFor(request), request, options ? *options : shared.options(), progress,
         [&outcome](Outcome o) { outcome.set_value(std::move(o)); });
     return answered.get();
+}
+
+HTTPSessionOptions HTTPSession::options() const {
+    std::lock_guard lock(mutex_);
+    return options_;
+}
+
+void HTTPSession::setOptions(HTTPSessionOptions options) {
+    std::lock_guard lock(mutex_);
+    options_ = std::move(options);
 }
 
 void DataTask::resume() {
@@ -174,7 +209,7 @@ HTTPSession& HTTPSession::sharedSession() {
 }
 
 std::shared_ptr<DataTask> HTTPSession::dataTaskWithRequest(HTTPRequest request, DataTaskCompletion completionHandler) {
-    return std::make_shared<DataTask>(std::move(request), options_, std::move(completionHandler), engine_);
+    return std::make_shared<DataTask>(std::move(request), options(), std::move(completionHandler), engine_);
 }
 
 std::optional<Dictionary> jsonDictionary(std::string_view data) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -57,9 +58,13 @@ struct HTTPResponse {
 };
 
 struct HTTPError {
-    int code = 0;  // libcurl's error code
+    int code = 0;  // libcurl's error code, or kRequestRefused
     std::string description;
 };
+
+// HTTPError::code when a request adapter refused the request (see
+// HTTPHooks.h): nothing was sent.
+inline constexpr int kRequestRefused = -1;
 
 // (body bytes, response, error): each may be absent. A transport failure gives
 // an error and no response; an HTTP reply of any status gives a response and
@@ -73,6 +78,8 @@ struct HTTPSessionOptions {
     // SHA-256 pins of the server's public key, each "sha256//<base64>": when
     // given, a server whose key is none of them fails the request.
     std::vector<std::string> pinnedPublicKeys;
+    // A PEM file of the certificate authorities to trust; empty: the system's.
+    std::string caCertificates;
     // A longer reply fails with "reply larger than N bytes" and is not kept.
     size_t maxReplyBytes = 16u << 20;
     // Redirects are followed up to this many, to http and https addresses
@@ -121,9 +128,13 @@ public:
     ~HTTPSession();
     HTTPSession(const HTTPSession&) = delete;
     HTTPSession& operator=(const HTTPSession&) = delete;
+    // The session of the signature upload and the manifest fetch; set its
+    // options (pins, trusted authorities, limits) before they start.
     static HTTPSession& sharedSession();
     std::shared_ptr<DataTask> dataTaskWithRequest(HTTPRequest request, DataTaskCompletion completionHandler);
-    const HTTPSessionOptions& options() const noexcept { return options_; }
+    HTTPSessionOptions options() const;
+    // For the data tasks made from now on.
+    void setOptions(HTTPSessionOptions options);
 
     // Runs one request (and its redirects) on the shared session's engine and
     // waits on the calling thread for its outcome (never call it on the
@@ -135,13 +146,15 @@ public:
         std::optional<HTTPResponse> response;
         std::optional<HTTPError> error;
     };
-    static Outcome perform(const HTTPRequest& request, const HTTPSessionOptions& options = {}, const ProgressHandler& progress = {},
-                           std::shared_ptr<Call> call = nullptr);
+    // The shared session's options when none are given.
+    static Outcome perform(const HTTPRequest& request, const std::optional<HTTPSessionOptions>& options = std::nullopt,
+                           const ProgressHandler& progress = {}, std::shared_ptr<Call> call = nullptr);
     // Why a redirect from one address to another is not followed, or nothing
     // when it may be: only to http or https, and never from https to http.
     static std::optional<std::string> redirectRefusal(const std::string& from, const std::string& to);
 
 private:
+    mutable std::mutex mutex_;
     HTTPSessionOptions options_;
     std::shared_ptr<http::Engine> engine_;
 };

@@ -50,6 +50,22 @@ struct Envelope {
     std::function<bool(const Value* flag)> isSuccess;
 };
 
+// Which failed requests are made again. Only requests whose method is GET
+// are ever retried (every POST, and so every request whose body may have
+// reached the server, is sent once, whatever happens), and only after a
+// connection failure, no byte of an answer in time (or a connection closed
+// before one), or HTTP 502, 503, 504 or 429. The wait before attempt n + 1
+// is the server's Retry-After when it gives one, else anywhere from nothing
+// to min(maxBackoff, initialBackoff * 2^(n-1)) (exponential back-off with
+// full jitter); no attempt starts past the call's deadline, and cancelling
+// the call during a wait ends it at once. Each retry is logged: "<api>:
+// attempt <n> of <max> in <ms> ms, after <reason>".
+struct RetryPolicy {
+    int maxAttempts = 1;  // 1: never retried (the default)
+    std::chrono::milliseconds initialBackoff{200};
+    std::chrono::milliseconds maxBackoff{10'000};
+};
+
 struct HTTPTransportOptions {
     std::string urlTemplate = "{address}/index.php/api/{api}";
     Envelope envelope;
@@ -60,6 +76,11 @@ struct HTTPTransportOptions {
     // libcurl's pinned public key option takes them): when given, a server
     // whose key is none of them fails the request.
     std::vector<std::string> pinnedPublicKeys;
+    // A PEM file of the certificate authorities to trust; empty: the system's.
+    std::string caCertificates;
+    // Offer HTTP/2 over TLS (ALPN), falling back to HTTP/1.1; false: HTTP/1.1 only.
+    bool http2 = true;
+    RetryPolicy retry;
     // Further requests to a host wait for a free connection, without a curl
     // handle and without their time limit running.
     long maxConnectionsPerHost = 6;

@@ -24,7 +24,7 @@ void MemoryTransport::setDeferred(bool deferred) {
 size_t MemoryTransport::deliver() {
     size_t count = 0;
     for (;;) {
-        std::pair<std::shared_ptr<Call>, std::function<void(const Call&)>> next;
+        Answer next;
         {
             std::lock_guard lock(held_->mutex);
             if (held_->answers.empty()) return count;
@@ -32,7 +32,9 @@ size_t MemoryTransport::deliver() {
             held_->answers.pop_front();
         }
         ++count;
-        next.second(*next.first);
+        std::optional<Call::Clock::time_point> deadline = next.call->deadline();
+        if (deadline && Call::Clock::now() >= *deadline) next.completion(false, next.call->expiredMessage(), std::nullopt);
+        else next.completion(next.reply.success, next.reply.message, next.reply.data);
     }
 }
 
@@ -82,26 +84,23 @@ void MemoryTransport::sendCall(HTTPMethod method, const std::string& api, Parame
     }
     if (!reply) reply = handler ? handler(request) : Reply{false, "no reply scripted for " + api, std::nullopt};
     if (!deferred) return completion(reply->success, reply->message, reply->data);
-    auto answer = [completion, reply = std::move(*reply)](const Call& c) {
-        std::optional<Call::Clock::time_point> deadline = c.deadline();
-        if (deadline && Call::Clock::now() >= *deadline) return completion(false, c.expiredMessage(), std::nullopt);
-        completion(reply.success, reply.message, reply.data);
-    };
     {
         std::lock_guard lock(held_->mutex);
-        held_->answers.emplace_back(call, std::move(answer));
+        held_->answers.push_back({call, std::move(completion), std::move(*reply)});
     }
-    call->onCancel([held = std::weak_ptr<Held>(held_), weak = std::weak_ptr<Call>(call), completion] {
+    call->onCancel([held = std::weak_ptr<Held>(held_), weak = std::weak_ptr<Call>(call)] {
         std::shared_ptr<Held> h = held.lock();
         std::shared_ptr<Call> c = weak.lock();
         if (!h || !c) return;
+        Answer cancelled;
         {
             std::lock_guard lock(h->mutex);
-            auto it = std::find_if(h->answers.begin(), h->answers.end(), [&](const auto& a) { return a.first == c; });
+            auto it = std::find_if(h->answers.begin(), h->answers.end(), [&](const Answer& a) { return a.call == c; });
             if (it == h->answers.end()) return;  // delivered already
+            cancelled = std::move(*it);
             h->answers.erase(it);
         }
-        completion(false, c->cancelledMessage(), std::nullopt);
+        cancelled.completion(false, c->cancelledMessage(), std::nullopt);
     });
 }
 

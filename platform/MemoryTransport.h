@@ -52,9 +52,16 @@ public:
     void sendCall(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion, std::shared_ptr<Call> call) override;
 
 private:
+    // Replies held until deliver(). A call's canceller refers to them weakly,
+    // so that nothing keeps an undelivered call alive but this.
+    struct Answer {
+        std::shared_ptr<Call> call;
+        GatewayCallback completion;
+        Reply reply;
+    };
     struct Held {
         std::mutex mutex;
-        std::deque<std::pair<std::shared_ptr<Call>, std::function<void(const Call&)>>> answers;
+        std::deque<Answer> answers;
     };
     mutable std::mutex mutex_;
     std::vector<Request> requests_;

@@ -589,7 +589,7 @@ private:
 // The bytes at url: an http or https address through the HTTP session, a
 // file address ("file:///path", percent-escaped) or a plain path from disk.
 // Nothing, with a log line, on any failure or beyond kMaxPropertyListBytes.
-std::optional<std::string> fetch(const std::string& url, std::shared_ptr<Call> call) {
+std::optional<std::string> fetch(const std::string& url, std::shared_ptr<Call> call, std::string* refusal) {
     auto fail = [&](const std::string& why) -> std::optional<std::string> {
         log("property list " + url + ": " + why);
         return std::nullopt;
@@ -608,9 +608,10 @@ std::optional<std::string> fetch(const std::string& url, std::shared_ptr<Call> c
     }
     HTTPRequest request;
     request.url = url;
-    HTTPSessionOptions options;
-    options.maxReplyBytes = kMaxPropertyListBytes;
+    HTTPSessionOptions options = HTTPSession::sharedSession().options();
+    options.maxReplyBytes = std::min(options.maxReplyBytes, kMaxPropertyListBytes);
     HTTPSession::Outcome outcome = HTTPSession::perform(request, options, {}, std::move(call));
+    if (outcome.error && outcome.error->code == kRequestRefused && refusal) *refusal = outcome.error->description;
     if (outcome.error) return fail(outcome.error->description);
     if (outcome.response->statusCode >= 400) return fail("server answered HTTP " + std::to_string(outcome.response->statusCode));
     return outcome.data;
@@ -632,8 +633,8 @@ std::optional<Value> propertyListWithData(std::string_view bytes, std::string* e
     }
 }
 
-std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds, std::shared_ptr<Call> call) {
-    std::optional<std::string> bytes = fetch(url, std::move(call));
+std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds, std::shared_ptr<Call> call, std::string* refusal) {
+    std::optional<std::string> bytes = fetch(url, std::move(call), refusal);
     if (!bytes) return std::nullopt;
     std::string why;
     std::optional<Value> value = propertyListWithData(*bytes, &why, kinds);

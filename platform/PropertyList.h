@@ -39,7 +39,10 @@ std::optional<Value> propertyListWithData(std::string_view bytes, std::string* e
 // not a dictionary; the reason is logged. Blocks the calling thread for the
 // whole download, which the HTTP session carries as part of call (a call of
 // its own when none is given): its cancellation and deadline end the wait.
-std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds = nullptr, std::shared_ptr<Call> call = nullptr);
+// When a request adapter refused the request, refusal (if given) receives
+// its message.
+std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Value* kinds = nullptr, std::shared_ptr<Call> call = nullptr,
+                                                      std::string* refusal = nullptr);
 
 // The application's information dictionary ("CFBundleShortVersionString" and
 // whatever else it sets). Empty until the application sets it.

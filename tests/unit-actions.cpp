@@ -336,7 +336,7 @@ TEST_F(Actions, HistoryStatusNames) {
         SCOPED_TRACE(status);
         EXPECT_EQ(ActionFormOrderRecord(dict(std::string(R"({"Status":)") + status + "}")).statusName(), name);
     }
-    logLines.clear();
+    logInClear();
     ActionFormOrderRecord record(dict(R"({"CreateTime":1763600000.9,"Remarks":"受理","UserName":"李晓明","CompanyName":"天河"})"));
     EXPECT_EQ(record.createTime().timeIntervalSince1970(), 1763600000) << "whole seconds";
     EXPECT_EQ(record.userName(), "李晓明");
@@ -352,6 +352,7 @@ const char* kDetail = R"({"orderInfo":{"ID":7001,"SN":"AF1","CustomerName":"王�
   "Records":[{"Status":1},{"Status":5}],"crmInfo":{"CustomerName":"王芳"}})";
 
 TEST_F(Actions, TheDetailGathersTheFormsActions) {
+    logInClear();
     reply("getOrderInfo", true, "M", kDetail);
     test::Calls<ActionFormOrderDetail> calls;
     ActionFormOrderDetail::getDetailOfOrder(7001, calls.callback());

@@ -12,6 +12,7 @@
 
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/Log.h"
+#include "veltrane/foundation/PersonalData.h"
 #include "veltrane/platform/MemoryTransport.h"
 
 namespace veltrane::test {
@@ -44,8 +45,14 @@ protected:
     }
     void TearDown() override {
         setLogSink(previousSink);
+        logPersonalDataInClear(false);
         Server::setTransport(nullptr);
         Account::signOut();
+    }
+    // For tests of the exact log lines: the log as it stands, unmasked.
+    void logInClear() {
+        logPersonalDataInClear(true);
+        logLines.clear();
     }
 
     // Scripts the reply to api from JSON text (or nothing when data is empty).
