@@ -29,6 +29,7 @@
 #include "veltrane/foundation/Boxing.h"
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/Log.h"
+#include "veltrane/foundation/PersonalData.h"
 #include "veltrane/foundation/Server.h"
 #include "veltrane/platform/HTTPTransport.h"
 #include "veltrane/platform/UserDefaults.h"
@@ -67,6 +68,7 @@ struct SandboxArguments {
     std::string dumpSeed;
     std::optional<std::string> manifestVersion;
     std::optional<std::string> manifestNote;
+    bool revealPersonalData = false;
 };
 
 int sandboxCommand(const SandboxArguments& a) {
@@ -91,6 +93,7 @@ int sandboxCommand(const SandboxArguments& a) {
     if (!a.data.empty()) options.dataDirectory = a.data;
     options.manifestVersion = a.manifestVersion;
     options.manifestNote = a.manifestNote;
+    options.revealPersonalData = a.revealPersonalData;
     sandbox::Sandbox server(options);
     server.start();
     std::cout << "Sandbox dealer server on " << server.address() << " (Ctrl-C stops it)" << std::endl;
@@ -289,6 +292,10 @@ int main(int argc, char** argv) {
                  "counter sale walked through the library, the push-message poller and the update check"};
     app.set_version_flag("--version", std::string("veltrane ") + VELTRANE_VERSION_STRING);
     app.require_subcommand(1, 1);
+    app.fallthrough();  // the options below may follow the command too
+    bool reveal = false;
+    app.add_flag("--reveal-personal-data", reveal,
+                 "Show names, identity numbers, phones, addresses and photos in clear in the library's log and the sandbox's journal (development only)");
 
     SandboxArguments sandboxArgs;
     CLI::App* sandboxApp = app.add_subcommand("sandbox", "Serve the sandbox dealer server on 127.0.0.1 until Ctrl-C");
@@ -341,6 +348,11 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? 0 : kUsage;
+    }
+    if (reveal) {
+        std::cerr << "veltrane: --reveal-personal-data: personal data is shown in clear; for development only, never with customers' data\n";
+        logPersonalDataInClear(true);
+        sandboxArgs.revealPersonalData = true;
     }
     try {
         if (sandboxApp->parsed()) return sandboxCommand(sandboxArgs);

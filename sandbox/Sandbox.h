@@ -56,6 +56,9 @@ struct Options {
     // shape) replaces the built-in data when present. Nothing keeps all in memory.
     std::optional<std::filesystem::path> dataDirectory;
     bool logRequests = false;  // one line per request on the library's log
+    // Personal data in the request journal as it came (and in the process's
+    // log, which the application sets); masked by default.
+    bool revealPersonalData = false;
     // The version the installation manifest announces, and its note; by
     // default the seed's "manifest".
     std::optional<std::string> manifestVersion;
