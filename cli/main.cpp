@@ -104,12 +104,6 @@ int sandboxCommand(const SandboxArguments& a) {
     return 0;
 }
 
-const sandbox::Route* findRoute(const std::string& api) {
-    for (const sandbox::Route& r : sandbox::routes())
-        if (r.api == api) return &r;
-    return nullptr;
-}
-
 void listAPIs() {
     static const char* kinds[] = {"integer", "number", "text", "JSON"};
     for (const sandbox::Route& r : sandbox::routes()) {
@@ -160,7 +154,7 @@ int callCommand(const CallArguments& a) {
         std::cerr << "veltrane call: an API name is needed (veltrane call --list shows them)\n";
         return kUsage;
     }
-    const sandbox::Route* route = findRoute(a.api);
+    const sandbox::Route* route = sandbox::route(a.api);
     if (!route) {
         std::cerr << "veltrane call: unknown API name \"" << sandbox::escapedForLog(a.api) << "\" (veltrane call --list shows the known ones)\n";
         return kUsage;

@@ -12,7 +12,8 @@ foreach(layer IN LISTS VELTRANE_LAYERS)
           FILES_MATCHING PATTERN "*.h"
           PATTERN "ValueNodes.h" EXCLUDE  # the value model's insides
           PATTERN "Curl.h" EXCLUDE        # the transports' libcurl handles
-          PATTERN "HTTPEngine.h" EXCLUDE) # the transports' engine
+          PATTERN "HTTPEngine.h" EXCLUDE  # the transports' engine
+          PATTERN "SQLite.h" EXCLUDE)     # the stores' SQLite handles
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/include/Veltrane.h ${VELTRANE_INCLUDE}/veltrane/Version.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane)

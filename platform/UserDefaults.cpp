@@ -1,7 +1,6 @@
 // The SQLite-backed settings store.
 #include "veltrane/platform/UserDefaults.h"
 
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <chrono>
@@ -10,31 +9,13 @@
 
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/Log.h"
+#include "veltrane/platform/SQLite.h"
 
 namespace veltrane {
 
 namespace {
 
-// One prepared statement, finalised when it goes out of scope.
-class Statement {
-public:
-    Statement(sqlite3* db, const char* sql) { code_ = sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr); }
-    ~Statement() { sqlite3_finalize(stmt_); }
-    Statement(const Statement&) = delete;
-    Statement& operator=(const Statement&) = delete;
-
-    explicit operator bool() const noexcept { return stmt_ != nullptr; }
-    int code() const noexcept { return code_; }
-    sqlite3_stmt* get() const noexcept { return stmt_; }
-    void bind(int index, std::string_view text) {
-        sqlite3_bind_text(stmt_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
-    }
-    int step() { return code_ = sqlite3_step(stmt_); }
-
-private:
-    sqlite3_stmt* stmt_ = nullptr;
-    int code_ = SQLITE_OK;
-};
+using sqlite::Statement;
 
 bool damaged(int code) { return (code & 0xFF) == SQLITE_CORRUPT || (code & 0xFF) == SQLITE_NOTADB; }
 

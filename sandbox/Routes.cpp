@@ -191,4 +191,9 @@ const std::vector<Route>& routes() {
     return table;
 }
 
+const Route* route(std::string_view api) {
+    auto it = std::find_if(routes().begin(), routes().end(), [&](const Route& r) { return r.api == api; });
+    return it == routes().end() ? nullptr : &*it;
+}
+
 } // namespace veltrane::sandbox

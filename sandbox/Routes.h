@@ -65,6 +65,8 @@ struct Route {
 };
 
 const std::vector<Route>& routes();
+// The route of an API name, or nothing.
+const Route* route(std::string_view api);
 
 // Checks decoded parameters against a route's shapes: nothing when one fits,
 // else the failure message naming the first problem of the closest shape.

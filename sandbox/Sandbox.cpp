@@ -1,26 +1,35 @@
-// The sandbox server: routing, parameter checks, faults, uploads, manifest,
-// limits and the request log.
+// The sandbox server: routing, parameter checks, faults and scenarios,
+// uploads, manifest, limits, the request log and journal, and the state's
+// store.
 #include "sandbox/Sandbox.h"
 
 #include <httplib.h>
 #include <plist/plist.h>
+#include <netinet/in.h>
+#include <openssl/evp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <charconv>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <fstream>
 #include <map>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <variant>
 
+#include "sandbox/Faults.h"
+#include "sandbox/Journal.h"
 #include "sandbox/Routes.h"
 #include "sandbox/Seed.h"
+#include "sandbox/Store.h"
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/Log.h"
+#include "veltrane/foundation/PersonalData.h"
 #include "veltrane/platform/Encodings.h"
 #include "veltrane/platform/ThreadPool.h"
 
@@ -136,24 +145,89 @@ std::map<std::string, std::string> formFields(std::string_view body) {
     return fields;
 }
 
-const std::map<std::string, Fault::Kind> kFaultKinds{
-    {"failure", Fault::Kind::failure}, {"malformed", Fault::Kind::malformed}, {"delay", Fault::Kind::delay}, {"drop", Fault::Kind::drop}};
-
-const char* kindName(Fault::Kind kind) {
-    for (const auto& [name, k] : kFaultKinds)
-        if (k == kind) return name.c_str();
-    return "?";
-}
-
+// A count of 1 to 999,999,999.
 bool isCount(const std::string& text, int& value) {
     if (text.empty() || text.size() > 9 || text.find_first_not_of("0123456789") != std::string::npos) return false;
     value = std::stoi(text);
     return true;
 }
 
-// When the request being served on this thread started, and the fault it met.
-thread_local std::chrono::steady_clock::time_point requestStart;
-thread_local std::string requestFault;
+// SHA-256 as bytes arrive: an upload's, for the journal.
+class Sha256 {
+public:
+    Sha256() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
+        if (!context_ || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) throw std::bad_alloc();
+    }
+    void update(std::string_view bytes) { EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()); }
+    // The digest in hexadecimal; the same each time it is asked.
+    const std::string& hex() {
+        if (!hex_.empty()) return hex_;
+        unsigned char digest[EVP_MAX_MD_SIZE];
+        unsigned int length = 0;
+        EVP_DigestFinal_ex(context_.get(), digest, &length);
+        static const char* digits = "0123456789abcdef";
+        for (unsigned int i = 0; i < length; ++i) hex_ += {digits[digest[i] >> 4], digits[digest[i] & 15]};
+        return hex_;
+    }
+
+private:
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
+    std::string hex_;
+};
+
+double secondsSince1970() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+// What the journal learns of the request being served on this thread, as
+// its handlers go.
+struct Note {
+    std::chrono::steady_clock::time_point start;
+    double time = 0;
+    bool journaled = true;               // the sandbox's own control routes are not
+    std::optional<std::string> api{};      // the API name; the path when absent
+    std::optional<Dictionary> params{};    // as parsed
+    std::optional<std::string> applied{};  // the fault or scenario step
+    std::optional<std::pair<size_t, std::string>> reply{};  // size and text, when not the body itself
+};
+thread_local Note note;
+
+// The socket of the connection req came on, found by its two ends: cpp-httplib
+// does not hand it to handlers, and a reset or an empty reply needs it.
+int socketOf(const httplib::Request& req) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        int fd = std::atoi(entry.path().filename().c_str());
+        sockaddr_storage local{}, remote{};
+        socklen_t localLength = sizeof local, remoteLength = sizeof remote;
+        if (::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) != 0 || local.ss_family != AF_INET ||
+            ::getpeername(fd, reinterpret_cast<sockaddr*>(&remote), &remoteLength) != 0)
+            continue;
+        auto* l = reinterpret_cast<sockaddr_in*>(&local);
+        auto* r = reinterpret_cast<sockaddr_in*>(&remote);
+        if (ntohs(l->sin_port) == req.local_port && ntohs(r->sin_port) == req.remote_port) return fd;
+    }
+    return -1;
+}
+
+// Sends text a few bytes at a time over duration (a slow network).
+constexpr size_t kPiece = 16;
+void dribble(httplib::Response& res, std::string text, const char* type, int duration) {
+    size_t pieces = std::max<size_t>(1, (text.size() + kPiece - 1) / kPiece);
+    auto pause = std::chrono::milliseconds(duration) / pieces;
+    res.set_chunked_content_provider(type, [text = std::move(text), pause](size_t offset, httplib::DataSink& sink) {
+        if (offset >= text.size()) return sink.done(), true;
+        std::this_thread::sleep_for(pause);
+        return sink.write(text.data() + offset, std::min(kPiece, text.size() - offset));
+    });
+}
+
+// Promises text whole and sends its first half, then closes.
+void truncate(httplib::Response& res, std::string text, const char* type) {
+    size_t half = text.size() / 2;
+    res.set_content_provider(text.size(), type, [text = std::move(text), half](size_t offset, size_t, httplib::DataSink& sink) {
+        return offset < half && sink.write(text.data() + offset, half - offset);
+    });
+}
 
 } // namespace
 
@@ -186,10 +260,16 @@ struct Sandbox::Impl {
     std::thread thread;
     int port = 0;
 
+    std::unique_ptr<Store> store;  // with --data
+    std::unique_ptr<Journal> journal;
+
     mutable std::mutex mutex;  // guards everything below
+    Dictionary seed;           // as loaded: what a reset goes back to
     State state;
-    std::map<std::string, Fault> faults;
     Array uploads;
+    FaultTable faults;
+    std::map<std::string, size_t> arrived;  // requests per API name, answered or not
+    std::condition_variable arrival;
     // Where uploads are kept: DIR/uploads, or a temporary folder removed
     // with the sandbox. Their bytes never stay in memory.
     std::filesystem::path uploadsFolder;
@@ -197,25 +277,25 @@ struct Sandbox::Impl {
     std::atomic<long> incoming{0};
     std::string manifestVersion;
     std::optional<std::string> manifestNote;
-    std::vector<std::string> requested;
 
     explicit Impl(Options o) : options(std::move(o)) {
-        std::string seed = seedText();
+        std::string text = seedText();
         if (options.dataDirectory) {
             const std::filesystem::path& dir = *options.dataDirectory;
             std::error_code error;
             if (!std::filesystem::exists(dir, error)) throw std::invalid_argument("--data: no such folder: " + dir.string());
             if (!std::filesystem::is_directory(dir, error)) throw std::invalid_argument("--data: not a folder: " + dir.string());
-            if (std::ifstream custom(dir / "seed.json"); custom) seed.assign(std::istreambuf_iterator<char>(custom), {});
+            if (std::ifstream custom(dir / "seed.json"); custom) text.assign(std::istreambuf_iterator<char>(custom), {});
         }
         try {
-            state.seed = loadSeed(seed);
+            seed = loadSeed(text);
         } catch (const std::invalid_argument& e) {
             throw std::invalid_argument((options.dataDirectory ? (*options.dataDirectory / "seed.json").string() : "the built-in seed") + ": " +
                                         e.what());
         }
         std::error_code error;
         if (options.dataDirectory) {
+            store = std::make_unique<Store>(*options.dataDirectory / "sandbox.sqlite", options.reset);
             uploadsFolder = *options.dataDirectory / "uploads";
             if (!std::filesystem::create_directories(uploadsFolder, error) && error)
                 throw std::invalid_argument("--data: cannot make " + uploadsFolder.string() + ": " + error.message());
@@ -223,6 +303,9 @@ struct Sandbox::Impl {
             uploadsFolder = temporaryFolder();
             temporaryUploads = true;
         }
+        if (store && store->hasState()) std::tie(state, uploads) = store->load();
+        else startOver();
+        journal = std::make_unique<Journal>(options.revealPersonalData, store.get());
         Dictionary manifest = state.seed.optDictionary("manifest");
         manifestVersion = options.manifestVersion.value_or(manifest.optString("version").value_or("1.0"));
         manifestNote = options.manifestNote ? options.manifestNote : options.manifestVersion ? std::nullopt : manifest.optString("note");
@@ -234,37 +317,86 @@ struct Sandbox::Impl {
         if (temporaryUploads) std::filesystem::remove_all(uploadsFolder, ignored);
     }
 
-    // The fault to apply to this request of api, if any (counting it down).
-    std::optional<Fault> takeFault(const std::string& api) {
-        std::lock_guard lock(mutex);
-        requested.push_back(api);
-        auto it = faults.find(api);
-        if (it == faults.end()) return std::nullopt;
-        Fault f = it->second;
-        if (it->second.times > 0 && --it->second.times == 0) faults.erase(it);
-        return f;
+    // The state back to the seed, uploads forgotten (their files stay); saved. Under the lock.
+    void startOver() {
+        state = State();
+        state.seed = seed.detached();
+        uploads = Array();
+        save();
+    }
+
+    // Commits the state before the request that changed it is answered. Under the lock.
+    void save() {
+        if (store) store->save(state, uploads);
     }
 
     void serve(const Route& route, const httplib::Request& req, httplib::Response& res, std::map<std::string, std::string> params) {
-        if (std::optional<Fault> fault = takeFault(route.api)) {
-            requestFault = kindName(fault->kind);
+        note.api = route.api;
+        Dictionary parsed;
+        for (const auto& [key, value] : params) parsed.set(key, value);
+        note.params = parsed;
+        std::optional<std::pair<Fault, std::string>> taken;
+        {
+            std::lock_guard lock(mutex);
+            taken = faults.take(route.api);
+            ++arrived[route.api];
+            arrival.notify_all();
+        }
+        std::optional<Fault> fault = taken ? std::optional(taken->first) : std::nullopt;
+        if (taken) note.applied = taken->second;
+        using K = Fault::Kind;
+        if (fault) {
             switch (fault->kind) {
-            case Fault::Kind::failure: return answer(res, Answer::failure(fault->message));
-            case Fault::Kind::malformed: return res.set_content(R"({"status":1,"info":"ok","data":[{"ID":)", "application/json");
-            case Fault::Kind::delay: std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMilliseconds)); break;
-            case Fault::Kind::drop:
+            case K::failure: return answer(res, Answer::failure(fault->message));
+            case K::malformed: return res.set_content(R"({"status":1,"info":"ok","data":[{"ID":)", "application/json");
+            case K::status:
+                res.status = fault->status;
+                return res.set_content(fault->body, "text/plain; charset=utf-8");
+            case K::drop:
                 // Promises a body and closes the connection before sending it.
+                note.reply = std::pair<size_t, std::string>(0, "");
                 return res.set_content_provider(64, "application/json", [](size_t, size_t, httplib::DataSink&) { return false; });
+            case K::reset:
+            case K::empty:
+                if (int fd = socketOf(req); fd >= 0) {
+                    if (fault->kind == K::reset) {
+                        sockaddr unspecified{};
+                        unspecified.sa_family = AF_UNSPEC;  // disconnects with a reset
+                        ::connect(fd, &unspecified, sizeof unspecified);
+                    } else {
+                        ::shutdown(fd, SHUT_RDWR);  // closes without a byte of reply
+                    }
+                }
+                note.reply = std::pair<size_t, std::string>(0, "");
+                res.set_header("Connection", "close");
+                return;
+            case K::delay: std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMilliseconds)); break;
+            case K::dribble:
+            case K::truncate:
+            case K::normal: break;
             }
         }
         if (req.method != route.method) return answer(res, Answer::failure(std::string("请求方法错误: ") + route.api + " 需要 " + route.method));
         if (std::optional<std::string> problem = checkParameters(route, params)) return answer(res, Answer::failure(*problem));
-        std::lock_guard lock(mutex);
-        try {
-            answer(res, route.handler(Call{std::move(params)}, state));
-        } catch (const std::exception& e) {
-            answer(res, Answer::failure(std::string("服务器内部错误: ") + e.what()));
+        std::string reply;
+        {
+            std::lock_guard lock(mutex);
+            try {
+                reply = envelope(route.handler(Call{std::move(params)}, state));
+                if (route.method == std::string("POST")) save();
+            } catch (const std::exception& e) {
+                reply = envelope(Answer::failure(std::string("服务器内部错误: ") + e.what()));
+            }
         }
+        if (fault && fault->kind == K::dribble) {
+            note.reply = std::pair(reply.size(), reply);
+            return dribble(res, std::move(reply), "application/json; charset=utf-8", fault->delayMilliseconds);
+        }
+        if (fault && fault->kind == K::truncate) {
+            note.reply = std::pair(reply.size(), reply);
+            return truncate(res, std::move(reply), "application/json; charset=utf-8");
+        }
+        res.set_content(std::move(reply), "application/json; charset=utf-8");
     }
 
     // A form body, read here rather than by cpp-httplib (which refuses forms
@@ -288,7 +420,7 @@ struct Sandbox::Impl {
     // kMaxBodyBytes, chunked or not. Everything is checked before the file
     // takes its name and the state changes.
     void upload(const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& read) {
-        requestFault.clear();
+        note.api = "common/upload";
         if (!req.is_multipart_form_data()) return answer(res, Answer::failure("上传格式错误: 需要 multipart/form-data"));
         struct Part {
             std::string name, fileName, contentType, text;
@@ -297,6 +429,7 @@ struct Sandbox::Impl {
         std::vector<Part> parts;
         std::filesystem::path temporary = uploadsFolder / (".incoming-" + std::to_string(++incoming));
         std::ofstream file;
+        Sha256 hash;
         size_t bytes = 0, fileSize = 0;
         std::optional<std::string> refusal;
         bool whole = read(
@@ -314,6 +447,7 @@ struct Sandbox::Impl {
                 if (refusal) return false;
                 if (!parts.back().isFile) return parts.back().text.append(data, n), true;
                 fileSize += n;
+                hash.update(std::string_view(data, n));
                 if (!file.write(data, static_cast<std::streamsize>(n))) refusal = "保存失败: 写入上传文件出错";
                 return !refusal;
             });
@@ -332,6 +466,12 @@ struct Sandbox::Impl {
             return nullptr;
         };
         const Part *pdf = part("pdf"), *sn = part("SN"), *id = part("ID");
+        // Journaled by name, size and hash: never the bytes.
+        Dictionary params;
+        for (const Part& p : parts)
+            params.set(p.name, p.isFile ? Value(Dictionary{{"name", p.fileName}, {"size", static_cast<long>(fileSize)}, {"sha256", hash.hex()}})
+                                        : Value(p.text));
+        note.params = params;
         if (!pdf || pdf->fileName.empty()) return refuse("缺少文件: pdf");
         if (!sn) return refuse("缺少参数: SN");
         if (!id) return refuse("缺少参数: ID");
@@ -344,8 +484,9 @@ struct Sandbox::Impl {
         std::string path = "/uploads/sign/" + *name;
         size_t receipts = attachSignedCopy(state, sn->text, std::stol(id->text), path);
         uploads.push_back(Dictionary{{"SN", sn->text}, {"ID", id->text}, {"fileName", pdf->fileName}, {"storedAs", *name},
-                                     {"contentType", pdf->contentType}, {"size", static_cast<long>(fileSize)},
-                                     {"receipts", static_cast<long>(receipts)}});
+                                     {"contentType", pdf->contentType}, {"size", static_cast<long>(fileSize)}, {"sha256", hash.hex()},
+                                     {"receipts", static_cast<long>(receipts)}, {"time", secondsSince1970()}});
+        save();
         answer(res, Answer::success(Dictionary{{"path", path}}, "上传成功"));
     }
 
@@ -354,6 +495,7 @@ struct Sandbox::Impl {
         auto in = std::make_shared<std::ifstream>(uploadsFolder / name, std::ios::binary | std::ios::ate);
         if (!*in) return void(res.status = 404);
         size_t size = static_cast<size_t>(in->tellg());
+        note.reply = std::pair<size_t, std::string>(size, "(" + std::to_string(size) + " bytes of application/pdf)");
         res.set_content_provider(size, "application/pdf", [in](size_t offset, size_t length, httplib::DataSink& sink) {
             char buffer[64 * 1024];
             in->seekg(static_cast<std::streamoff>(offset));
@@ -362,48 +504,84 @@ struct Sandbox::Impl {
         });
     }
 
-    void setFaultFromRequest(const std::map<std::string, std::string>& p, httplib::Response& res) {
-        auto get = [&](const char* key) -> std::optional<std::string> {
-            auto it = p.find(key);
-            return it == p.end() ? std::nullopt : std::optional(it->second);
-        };
-        std::optional<std::string> api = get("api"), kind = get("kind"), times = get("times"), delay = get("delay");
-        if (!api) return answer(res, Answer::failure("缺少参数: api"));
-        if (!std::any_of(routes().begin(), routes().end(), [&](const Route& r) { return r.api == *api; }))
-            return answer(res, Answer::failure("未知接口: " + escapedForLog(*api)));
-        if (!kind || !kFaultKinds.count(*kind)) return answer(res, Answer::failure("参数格式错误: kind 应为 failure|malformed|delay|drop"));
-        Fault f;
-        f.kind = kFaultKinds.at(*kind);
-        if (!times) return answer(res, Answer::failure("缺少参数: times (次数或 all)"));
-        if (*times != "all" && (!isCount(*times, f.times) || f.times == 0))
-            return answer(res, Answer::failure("参数格式错误: times 应为正整数或 all"));
-        if (f.kind == Fault::Kind::delay && (!delay || !isCount(*delay, f.delayMilliseconds)))
-            return answer(res, Answer::failure("参数格式错误: delay 应为毫秒数"));
-        if (std::optional<std::string> message = get("message")) f.message = *message;
-        {
-            std::lock_guard lock(mutex);
-            faults[*api] = f;
-        }
-        answer(res, Answer::success(Value(), "fault set"));
+    // A field of a control request, when given.
+    using Fields = std::map<std::string, std::string>;
+    static std::optional<std::string> field(const Fields& f, const char* name) {
+        auto it = f.find(name);
+        return it == f.end() ? std::nullopt : std::optional(it->second);
     }
 
-    Array faultList() const {
+    // The API name a control request names, or the failure that says why not.
+    static std::variant<std::string, Answer> knownAPI(const Fields& f) {
+        std::optional<std::string> api = field(f, "api");
+        if (!api) return Answer::failure("缺少参数: api");
+        if (!route(*api))
+            return Answer::failure("未知接口: " + escapedForLog(*api));
+        return *api;
+    }
+
+    Answer setFaultFromRequest(const Fields& f) {
+        std::variant<std::string, Answer> api = knownAPI(f);
+        if (Answer* refused = std::get_if<Answer>(&api)) return *refused;
+        std::variant<Fault, std::string> fault = faultFromFields([&](const char* name) { return field(f, name); }, false);
+        if (std::string* problem = std::get_if<std::string>(&fault)) return Answer::failure(*problem);
         std::lock_guard lock(mutex);
-        Array list;
-        for (const auto& [api, f] : faults) {
-            Dictionary entry{{"api", api}, {"kind", kindName(f.kind)}, {"times", f.times < 0 ? Value("all") : Value(f.times)}};
-            if (f.kind == Fault::Kind::failure) entry.set("message", f.message);
-            if (f.kind == Fault::Kind::delay) entry.set("delay", f.delayMilliseconds);
-            list.push_back(entry);
-        }
-        return list;
+        faults.setFault(std::get<std::string>(api), std::get<Fault>(fault));
+        return Answer::success(Value(), "fault set");
     }
 
-    // Routes whose body is a form: read by hand, then handled.
+    Answer setScenarioFromRequest(const Fields& f) {
+        std::variant<std::string, Answer> api = knownAPI(f);
+        if (Answer* refused = std::get_if<Answer>(&api)) return *refused;
+        std::optional<std::string> steps = field(f, "steps");
+        if (!steps) return Answer::failure("缺少参数: steps");
+        std::variant<std::vector<Fault>, std::string> scenario = scenarioFromJSON(*steps);
+        if (std::string* problem = std::get_if<std::string>(&scenario)) return Answer::failure(*problem);
+        std::lock_guard lock(mutex);
+        faults.setScenario(std::get<std::string>(api), std::get<std::vector<Fault>>(scenario));
+        return Answer::success(Value(), "scenario set");
+    }
+
+    // GET /sandbox/requests: api, since (an entry number or, with a decimal
+    // point, seconds since 1970), limit.
+    std::variant<JournalQuery, Answer> journalQuery(const httplib::Request& req) const {
+        JournalQuery q;
+        if (req.has_param("api")) q.api = req.get_param_value("api");
+        if (req.has_param("since")) {
+            std::string since = req.get_param_value("since");
+            char* end = nullptr;
+            double value = std::strtod(since.c_str(), &end);
+            if (since.empty() || *end || !(value >= 0)) return Answer::failure("参数格式错误: since 应为记录号或时间 (1970 年以来的秒数)");
+            if (since.find('.') != std::string::npos) q.sinceTime = value;
+            else q.after = static_cast<long>(value);
+        }
+        if (req.has_param("limit")) {
+            int limit = 0;
+            if (!isCount(req.get_param_value("limit"), limit)) return Answer::failure("参数格式错误: limit 应为正整数");
+            q.limit = static_cast<size_t>(limit);
+        }
+        return q;
+    }
+
+    // What the sale holds, for the dashboard and the command line.
+    Dictionary snapshot() {
+        std::lock_guard lock(mutex);
+        Array phones, imeis;
+        for (const std::string& p : state.lockedPhones) phones.push_back(p);
+        for (const std::string& i : state.lockedImeis) imeis.push_back(i);
+        Dictionary out{{"orders", state.list("orders").copy()},       {"actionOrders", state.list("actionOrders").copy()},
+                       {"chats", state.list("chats").copy()},         {"pushMessages", state.list("pushMessages").copy()},
+                       {"printRequests", state.list("printRequests").copy()}, {"uploads", uploads.copy()},
+                       {"lockedPhones", phones},                      {"lockedImeis", imeis}};
+        return options.revealPersonalData ? out : maskPersonalValue(out).asDictionary();
+    }
+
+    // Routes whose body is a form: read by hand, then handled. Control
+    // routes (journaled false) stay out of the journal.
     template <class Handle>
-    void postForm(const std::string& path, Handle handle) {
-        server.Post(path, [handle](const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& read) {
-            requestFault.clear();
+    void postForm(const std::string& path, bool journaled, Handle handle) {
+        server.Post(path, [handle, journaled](const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& read) {
+            note.journaled = journaled;
             std::optional<std::map<std::string, std::string>> fields = bodyFields(req, read);
             if (!fields) {
                 res.status = 413;
@@ -411,6 +589,40 @@ struct Sandbox::Impl {
             }
             handle(req, res, std::move(*fields));
         });
+    }
+    template <class Handle>
+    void control(const std::string& path, Handle handle) {
+        server.Get(path, [handle](const httplib::Request& req, httplib::Response& res) {
+            note.journaled = false;
+            handle(req, res);
+        });
+    }
+
+    // One entry of the journal, and the request log's line.
+    void journaled(const httplib::Request& req, const httplib::Response& res) {
+        auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - note.start).count();
+        std::string path = req.path.rfind("/index.php/api/", 0) == 0 ? req.path.substr(15) : req.path;
+        if (options.logRequests)
+            log("sandbox: " + escapedForLog(req.method) + " " + escapedForLog(path) + " " + std::to_string(res.status) + " " + std::to_string(ms) + "ms" +
+                (note.applied ? " " + *note.applied : ""));
+        if (!note.journaled) return;
+        JournalEntry e;
+        e.time = note.time;
+        e.method = req.method;
+        e.api = note.api.value_or(path);
+        if (note.params) e.params = *note.params;
+        e.status = res.status;
+        bool json = res.get_header_value("Content-Type").rfind("application/json", 0) == 0;
+        if (note.reply) {
+            e.replyBytes = note.reply->first;
+            e.reply = note.reply->second;
+        } else {
+            e.replyBytes = res.body.size();
+            e.reply = json ? res.body : "(" + std::to_string(res.body.size()) + " bytes of " + res.get_header_value("Content-Type") + ")";
+        }
+        e.applied = note.applied;
+        e.milliseconds = ms;
+        journal->add(std::move(e));
     }
 
     void configure() {
@@ -427,8 +639,7 @@ struct Sandbox::Impl {
             setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
         });
         server.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
-            requestStart = std::chrono::steady_clock::now();
-            requestFault.clear();
+            note = Note{.start = std::chrono::steady_clock::now(), .time = secondsSince1970()};
             // Refused at once, without reading the body: a body declared too
             // large, and a body on anything but a POST (every POST route reads
             // its body itself, within the limit; cpp-httplib would read any
@@ -447,20 +658,14 @@ struct Sandbox::Impl {
             if (req.method != "POST" && body) return refuse(400, "请求格式错误: " + escapedForLog(req.method) + " 请求不带请求体");
             return httplib::Server::HandlerResponse::Unhandled;
         });
-        server.set_logger([this](const httplib::Request& req, const httplib::Response& res) {
-            if (!options.logRequests) return;
-            auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - requestStart).count();
-            std::string path = req.path.rfind("/index.php/api/", 0) == 0 ? req.path.substr(15) : req.path;
-            log("sandbox: " + escapedForLog(req.method) + " " + escapedForLog(path) + " " + std::to_string(res.status) + " " +
-                std::to_string(ms) + "ms" + (requestFault.empty() ? "" : " fault=" + requestFault));
-        });
+        server.set_logger([this](const httplib::Request& req, const httplib::Response& res) { journaled(req, res); });
 
         for (const Route& route : routes()) {
             std::string path = "/index.php/api/" + route.api;
             server.Get(path, [this, &route](const httplib::Request& req, httplib::Response& res) {
                 serve(route, req, res, {req.params.begin(), req.params.end()});
             });
-            postForm(path, [this, &route](const httplib::Request& req, httplib::Response& res, std::map<std::string, std::string> fields) {
+            postForm(path, true, [this, &route](const httplib::Request& req, httplib::Response& res, Fields fields) {
                 serve(route, req, res, std::move(fields));
             });
         }
@@ -472,28 +677,49 @@ struct Sandbox::Impl {
         server.Get(R"(/(receipts|sheets)/([A-Za-z0-9_-]+)\.pdf)", [](const httplib::Request& req, httplib::Response& res) {
             res.set_content(generatedPdf(std::string(req.matches[1]) + " " + std::string(req.matches[2])), "application/pdf");
         });
-        server.Get("/sandbox/print-requests", [this](const httplib::Request&, httplib::Response& res) {
-            std::lock_guard lock(mutex);
-            answer(res, Answer::success(state.list("printRequests").copy()));
-        });
         server.Get("/manifest.plist", [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
             res.set_content(manifestPlist(manifestVersion, manifestNote), "application/xml");
         });
-        postForm("/sandbox/fault", [this](const httplib::Request&, httplib::Response& res, std::map<std::string, std::string> fields) {
-            setFaultFromRequest(fields, res);
-        });
-        server.Get("/sandbox/faults", [this](const httplib::Request&, httplib::Response& res) { answer(res, Answer::success(faultList())); });
-        postForm("/sandbox/clear-faults", [this](const httplib::Request&, httplib::Response& res, std::map<std::string, std::string>) {
+
+        // The control routes: answers in the envelope, not journaled.
+        control("/sandbox/print-requests", [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
-            faults.clear();
-            answer(res, Answer::success(Value(), "faults cleared"));
+            answer(res, Answer::success(state.list("printRequests").copy()));
         });
-        postForm("/sandbox/push", [this](const httplib::Request&, httplib::Response& res, std::map<std::string, std::string> p) {
+        control("/sandbox/state", [this](const httplib::Request&, httplib::Response& res) { answer(res, Answer::success(snapshot())); });
+        control("/sandbox/requests", [this](const httplib::Request& req, httplib::Response& res) {
+            std::variant<JournalQuery, Answer> q = journalQuery(req);
+            if (Answer* refused = std::get_if<Answer>(&q)) return answer(res, *refused);
+            answer(res, Answer::success(journal->entries(std::get<JournalQuery>(q))));
+        });
+        control("/sandbox/faults", [this](const httplib::Request&, httplib::Response& res) {
+            std::lock_guard lock(mutex);
+            answer(res, Answer::success(faults.list()));
+        });
+        postForm("/sandbox/fault", false, [this](const httplib::Request&, httplib::Response& res, Fields f) { answer(res, setFaultFromRequest(f)); });
+        postForm("/sandbox/scenario", false,
+                 [this](const httplib::Request&, httplib::Response& res, Fields f) { answer(res, setScenarioFromRequest(f)); });
+        postForm("/sandbox/clear-faults", false, [this](const httplib::Request&, httplib::Response& res, Fields f) {
+            std::optional<std::string> api = field(f, "api");
+            std::lock_guard lock(mutex);
+            faults.clear(api);
+            answer(res, Answer::success(Value(), api ? "faults and scenario of " + escapedForLog(*api) + " cleared" : "faults cleared"));
+        });
+        postForm("/sandbox/push", false, [this](const httplib::Request&, httplib::Response& res, Fields p) {
             int user = 0;
             if (!isCount(p["userID"], user)) return answer(res, Answer::failure("参数格式错误: userID 应为整数"));
-            long id = pushMessage(user, p["Type"], p["Content"]);
+            if (p["Content"].empty()) return answer(res, Answer::failure("缺少参数: Content"));
+            long id = pushMessage(user, p["Type"].empty() ? "notice" : p["Type"], p["Content"]);
             answer(res, Answer::success(Dictionary{{"ID", id}}, "queued"));
+        });
+        postForm("/sandbox/reset", false, [this](const httplib::Request&, httplib::Response& res, Fields) {
+            {
+                std::lock_guard lock(mutex);
+                startOver();
+                faults.clear();
+            }
+            answer(res, Answer::success(Value(), "state back to the seed"));
         });
         // Any other POST: not found, its body left unread.
         server.Post(".*", [](const httplib::Request&, httplib::Response& res, const httplib::ContentReader&) {
@@ -507,6 +733,7 @@ struct Sandbox::Impl {
         long id = state.nextPushID++;
         state.list("pushMessages").push_back(Dictionary{{"ID", id}, {"Type", std::move(type)}, {"ReceiverID", receiver},
                                                         {"Content", std::move(content)}, {"CreateTime", static_cast<long>(std::time(nullptr))}});
+        save();
         return id;
     }
 };
@@ -536,12 +763,22 @@ std::string Sandbox::address() const { return "http://" + impl_->options.host + 
 
 void Sandbox::setFault(const std::string& api, Fault fault) {
     std::lock_guard lock(impl_->mutex);
-    impl_->faults[api] = std::move(fault);
+    impl_->faults.setFault(api, std::move(fault));
 }
 
-void Sandbox::clearFaults() {
+void Sandbox::setScenario(const std::string& api, std::vector<Fault> steps) {
     std::lock_guard lock(impl_->mutex);
-    impl_->faults.clear();
+    impl_->faults.setScenario(api, std::move(steps));
+}
+
+void Sandbox::clearFaults(const std::optional<std::string>& api) {
+    std::lock_guard lock(impl_->mutex);
+    impl_->faults.clear(api);
+}
+
+Array Sandbox::faults() const {
+    std::lock_guard lock(impl_->mutex);
+    return impl_->faults.list();
 }
 
 long Sandbox::queuePushMessage(int32_t receiverID, std::string type, std::string content) {
@@ -559,9 +796,23 @@ Array Sandbox::uploads() const {
     return impl_->uploads.copy();
 }
 
-std::vector<std::string> Sandbox::requestedAPIs() const {
+Array Sandbox::journal(const JournalQuery& query) const { return impl_->journal->entries(query); }
+
+size_t Sandbox::received(const std::string& api, const std::map<std::string, std::string>& withParams) const {
+    return impl_->journal->count(api, withParams);
+}
+
+bool Sandbox::waitForRequest(const std::string& api, size_t count, std::chrono::milliseconds within) const {
+    std::unique_lock lock(impl_->mutex);
+    return impl_->arrival.wait_for(lock, within, [&] { return impl_->arrived[api] >= count; });
+}
+
+Dictionary Sandbox::state() const { return impl_->snapshot(); }
+
+void Sandbox::reset() {
     std::lock_guard lock(impl_->mutex);
-    return impl_->requested;
+    impl_->startOver();
+    impl_->faults.clear();
 }
 
 std::string Sandbox::builtInSeed() { return seedText(); }

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "cli/Demo.h"
+#include "sandbox/Routes.h"
 #include "sandbox/Sandbox.h"
 #include "support/Harness.h"
 
@@ -25,7 +26,10 @@ DemoRun runDemo(const std::optional<std::pair<std::string, sandbox::Fault>>& fau
     LogSink previous = setLogSink({});
     int status = cli::runDemo(server.address(), out);
     setLogSink(previous);
-    return {status, out.str(), server.requestedAPIs()};
+    std::vector<std::string> apis;
+    for (const Value& entry : server.journal({.limit = sandbox::Journal::kKept}))
+        if (std::string api = entry.asDictionary().optString("api").value_or(""); sandbox::route(api)) apis.push_back(api);
+    return {status, out.str(), apis};
 }
 
 TEST(Demo, WalksThroughASaleAgainstTheSandbox) {

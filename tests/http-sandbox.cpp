@@ -127,8 +127,13 @@ TEST_F(SandboxTest, UploadsAndTheManifest) {
     HTTPSession::Outcome outcome = HTTPSession::perform(upload);
     ASSERT_FALSE(outcome.error);
     EXPECT_EQ(jsonDictionary(*outcome.data)->optString("info"), "上传成功");
-    EXPECT_EQ(writeJSON(sandbox->uploads()),
-              R"([{"SN":"AF20261120001","ID":"811","fileName":"signed.pdf","storedAs":"AF20261120001-811.pdf","contentType":"application/pdf","size":15,"receipts":1}])");
+    Array uploads = sandbox->uploads();
+    ASSERT_EQ(uploads.size(), 1u);
+    Dictionary stored = uploads[0].asDictionary();
+    stored.remove("time");
+    EXPECT_EQ(writeJSON(stored), R"({"SN":"AF20261120001","ID":"811","fileName":"signed.pdf","storedAs":"AF20261120001-811.pdf",)"
+                                 R"("contentType":"application/pdf","size":15,)"
+                                 R"("sha256":"8ed74dd5bdcfb6b5db56a79b93609e87b93bc8234fb6037e7ff070922fd5104b","receipts":1})");
 
     sandbox->setManifestVersion("1.3", "新增电子签名");
     auto manifest = dictionaryWithContentsOfURL(sandbox->address() + "/manifest.plist");

@@ -135,7 +135,8 @@ TEST_F(SandboxFolder, UploadsNeverLeaveTheirFolder) {
         EXPECT_EQ(reply.optBool("status"), std::string(c.message) == "上传成功");
     }
     std::vector<std::string> stored;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir)) stored.push_back(std::filesystem::relative(entry.path(), dir));
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir))
+        if (entry.path().filename().string().rfind("sandbox.sqlite", 0) != 0) stored.push_back(std::filesystem::relative(entry.path(), dir));
     std::sort(stored.begin(), stored.end());
     EXPECT_EQ(stored, (std::vector<std::string>{"data", "data/uploads", "data/uploads/AF-2026_x--5.pdf", "data/uploads/AF20261120001-811.pdf"}));
     EXPECT_FALSE(std::filesystem::exists("/tmp/escaped-1.pdf"));
@@ -290,9 +291,9 @@ TEST_F(Tools, FaultsAreCheckedListedAndCleared) {
         {"api=getLabel&kind=failure", "缺少参数: times (次数或 all)"},
         {"api=getLabel&kind=failure&times=x", "参数格式错误: times 应为正整数或 all"},
         {"api=getLabel&kind=failure&times=0", "参数格式错误: times 应为正整数或 all"},
-        {"api=getLabel&kind=delay&times=1", "参数格式错误: delay 应为毫秒数"},
-        {"api=getLabel&kind=delay&times=1&delay=soon", "参数格式错误: delay 应为毫秒数"},
-        {"api=getLabel&kind=melt&times=1", "参数格式错误: kind 应为 failure|malformed|delay|drop"},
+        {"api=getLabel&kind=delay&times=1", "参数格式错误: delay 应为毫秒数 (至多 600000)"},
+        {"api=getLabel&kind=delay&times=1&delay=soon", "参数格式错误: delay 应为毫秒数 (至多 600000)"},
+        {"api=getLabel&kind=melt&times=1", "参数格式错误: kind 应为 failure|malformed|delay|drop|reset|empty|status|dribble|truncate"},
         {"api=getLabel&kind=failure&times=2&message=busy", "fault set"},
         {"api=getPlanList&kind=delay&times=all&delay=5", "fault set"},
     };
@@ -319,7 +320,7 @@ TEST(SandboxLog, OneLinePerRequestThatNoValueCanForge) {
         options.logRequests = true;
         sandbox::Sandbox server(options);
         server.start();
-        server.setFault("getPlanList", {sandbox::Fault::Kind::failure, "busy", 0, 1});
+        server.setFault("getPlanList", {.message = "busy", .times = 1});
         httplib::Client client(server.address());
         client.Get("/index.php/api/getLabel?type=1&companyid=1");
         client.Get("/index.php/api/getPlanList?companyid=1");
