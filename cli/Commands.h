@@ -14,6 +14,10 @@ struct Command {
     std::function<int()> run;  // the process's exit status
 };
 
+// sandbox (serve the sandbox until Ctrl-C; revealPersonalData is read when it
+// runs) and journal (what a running sandbox received).
+std::vector<Command> addSandboxCommands(CLI::App& app, const bool& revealPersonalData);
+
 // push (queue a push message on a sandbox), watch (the push-message poller
 // until Ctrl-C) and update-check (a manifest against a local version).
 std::vector<Command> addMessagingCommands(CLI::App& app);

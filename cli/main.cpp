@@ -2,11 +2,8 @@
 // `veltrane <command> --help` tell all; usage errors end with status 2,
 // failures of what was asked with status 1.
 #include <CLI/CLI.hpp>
-#include <pthread.h>
-
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -39,70 +36,6 @@ using namespace veltrane;
 namespace {
 
 constexpr int kUsage = 2;
-
-const char* kSandboxFooter = R"(
-The sandbox answers every API name on <address>/index.php/api/<name>, the
-signature upload on /index.php/api/common/upload and a manifest on
-/manifest.plist, and logs one line per request. Control routes:
-  POST /sandbox/fault          api=<name> kind=failure|malformed|delay|drop
-                               times=<n>|all [message=<text>] [delay=<ms>]
-  GET  /sandbox/faults         the faults set
-  POST /sandbox/clear-faults   clears them
-  POST /sandbox/push           userID=<n> Type=<text> Content=<text>
-e.g. curl -d 'api=getLabel&kind=malformed&times=1' http://127.0.0.1:8080/sandbox/fault)";
-
-// Blocks SIGINT and SIGTERM on this thread (and the threads it starts after),
-// so that they can be waited for.
-sigset_t blockStopSignals() {
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-    return stopSignals;
-}
-
-struct SandboxArguments {
-    int port = 8080;
-    std::string data;
-    std::string dumpSeed;
-    std::optional<std::string> manifestVersion;
-    std::optional<std::string> manifestNote;
-    bool revealPersonalData = false;
-};
-
-int sandboxCommand(const SandboxArguments& a) {
-    if (!a.dumpSeed.empty()) {
-        if (a.dumpSeed == "-") {
-            std::cout << sandbox::Sandbox::builtInSeed() << '\n';
-            return 0;
-        }
-        std::ofstream out(a.dumpSeed, std::ios::binary);
-        if (!(out << sandbox::Sandbox::builtInSeed() << '\n')) {
-            std::cerr << "veltrane sandbox: cannot write " << a.dumpSeed << '\n';
-            return 1;
-        }
-        std::cout << "wrote the built-in seed to " << a.dumpSeed << '\n';
-        return 0;
-    }
-    sigset_t stopSignals = blockStopSignals();
-
-    sandbox::Options options;
-    options.port = a.port;
-    options.logRequests = true;
-    if (!a.data.empty()) options.dataDirectory = a.data;
-    options.manifestVersion = a.manifestVersion;
-    options.manifestNote = a.manifestNote;
-    options.revealPersonalData = a.revealPersonalData;
-    sandbox::Sandbox server(options);
-    server.start();
-    std::cout << "Sandbox dealer server on " << server.address() << " (Ctrl-C stops it)" << std::endl;
-    int received = 0;
-    sigwait(&stopSignals, &received);
-    server.stop();
-    std::cout << "stopped" << std::endl;
-    return 0;
-}
 
 void listAPIs() {
     static const char* kinds[] = {"integer", "number", "text", "JSON"};
@@ -291,17 +224,6 @@ int main(int argc, char** argv) {
     app.add_flag("--reveal-personal-data", reveal,
                  "Show names, identity numbers, phones, addresses and photos in clear in the library's log and the sandbox's journal (development only)");
 
-    SandboxArguments sandboxArgs;
-    CLI::App* sandboxApp = app.add_subcommand("sandbox", "Serve the sandbox dealer server on 127.0.0.1 until Ctrl-C");
-    sandboxApp->add_option("--port", sandboxArgs.port, "Port to listen on; 0 picks a free one")->check(CLI::Range(0, 65535))->capture_default_str();
-    sandboxApp->add_option("--data", sandboxArgs.data, "Folder that keeps uploads; DIR/seed.json, when present, replaces the built-in data")
-        ->type_name("DIR");
-    sandboxApp->add_option("--dump-seed", sandboxArgs.dumpSeed, "Write the built-in seed (the shape of seed.json) to FILE, or - for standard output, and exit")
-        ->type_name("FILE");
-    sandboxApp->add_option("--manifest-version", sandboxArgs.manifestVersion, "The version /manifest.plist announces (default: the seed's)");
-    sandboxApp->add_option("--manifest-note", sandboxArgs.manifestNote, "The release note /manifest.plist gives with it");
-    sandboxApp->footer(kSandboxFooter);
-
     CallArguments callArgs;
     CLI::App* callApp = app.add_subcommand("call", "Send one request through the gateway and print {\"success\", \"message\", \"data\"}");
     callApp->add_option("api", callArgs.api, "API name; the method is the API's own");
@@ -328,7 +250,8 @@ int main(int argc, char** argv) {
     bool demoVerbose = false;
     demoApp->add_flag("--verbose", demoVerbose, "Show the library's log lines on standard error");
 
-    std::vector<cli::Command> commands = cli::addMessagingCommands(app);
+    std::vector<cli::Command> commands = cli::addSandboxCommands(app, reveal);
+    for (cli::Command& c : cli::addMessagingCommands(app)) commands.push_back(std::move(c));
 
     auto known = [&](const std::string& name) {
         std::vector<CLI::App*> all = app.get_subcommands([](CLI::App*) { return true; });
@@ -346,10 +269,8 @@ int main(int argc, char** argv) {
     if (reveal) {
         std::cerr << "veltrane: --reveal-personal-data: personal data is shown in clear; for development only, never with customers' data\n";
         logPersonalDataInClear(true);
-        sandboxArgs.revealPersonalData = true;
     }
     try {
-        if (sandboxApp->parsed()) return sandboxCommand(sandboxArgs);
         if (callApp->parsed()) return callCommand(callArgs);
         if (uploadApp->parsed()) return uploadCommand(uploadArgs);
         if (demoApp->parsed()) {

@@ -148,7 +148,9 @@ std::string maskPersonalText(std::string_view text) {
             size_t j = i;
             while (j < text.size() && isBase64(text[j])) ++j;
             for (int padding = 0; padding < 2 && j < text.size() && text[j] == '='; ++padding) ++j;
-            if (j - i >= 64) {
+            // Digests (hex only) are nobody's; a photo's base64 never is hex only.
+            bool hexOnly = std::all_of(text.begin() + i, text.begin() + j, [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
+            if (j - i >= 64 && !hexOnly) {
                 out += payloadMark(text.substr(i, j - i));
                 i = j;
                 continue;

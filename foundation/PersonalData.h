@@ -9,7 +9,7 @@
 // card (its number, gender, nation or birthday) has its "Name"/"name"
 // masked too. By pattern, in every entry's text: 18-character resident ID
 // numbers, mobile and fixed phone numbers, base64 runs of 64 characters or
-// more, and registered secrets. The shape of a line stays: keys,
+// more (but not hex-only ones: digests), and registered secrets. The shape of a line stays: keys,
 // punctuation and every other value are left as they are.
 //
 // How a value is masked:

@@ -47,17 +47,16 @@ long Journal::add(JournalEntry entry) {
 
 Array Journal::entries(const JournalQuery& q) const {
     size_t limit = std::clamp<size_t>(q.limit, 1, kKept);
+    if (store_) return store_->journal(q.api, q.after, q.sinceTime, limit);  // it has them all
     std::lock_guard lock(mutex_);
-    // Older than what memory keeps: from the store.
-    if (store_ && q.after > 0 && (kept_.empty() || q.after + 1 < kept_.front().first)) return store_->journal(q.api, q.after, q.sinceTime, limit);
     auto matches = [&](const std::pair<long, JournalEntry>& e) {
-        return e.first > q.after && (!q.api || e.second.api == *q.api) && (!q.sinceTime || e.second.time >= *q.sinceTime);
+        return e.first > q.after.value_or(0) && (!q.api || e.second.api == *q.api) && (!q.sinceTime || e.second.time >= *q.sinceTime);
     };
     std::vector<const std::pair<long, JournalEntry>*> found;
     for (const auto& e : kept_)
         if (matches(e)) found.push_back(&e);
     // The first ones after a number, or else the most recent.
-    size_t from = q.after > 0 || found.size() <= limit ? 0 : found.size() - limit;
+    size_t from = q.after || found.size() <= limit ? 0 : found.size() - limit;
     Array out;
     for (size_t i = from; i < found.size() && out.size() < limit; ++i) out.push_back(shown(found[i]->first, found[i]->second));
     return out;

@@ -25,20 +25,20 @@ class Store;
 
 struct JournalEntry {
     double time = 0;  // seconds since 1970
-    std::string method, api;
-    Dictionary params;  // as parsed
+    std::string method{}, api{};
+    Dictionary params{};  // as parsed
     long status = 0;
     size_t replyBytes = 0;
-    std::string reply;  // its first 2 KiB
-    std::optional<std::string> applied;  // "fault=delay", "scenario=1/2:failure"
+    std::string reply{};  // its first 2 KiB
+    std::optional<std::string> applied{};  // "fault=delay", "scenario=1/2:failure"
     long milliseconds = 0;
 };
 
 struct JournalQuery {
     std::optional<std::string> api{};
-    long after = 0;                   // entries numbered above this
+    std::optional<long> after{};      // entries numbered above this
     std::optional<double> sinceTime{};  // at or after this time, in seconds since 1970
-    size_t limit = 100;               // the most recent of them when after is 0, else the first
+    size_t limit = 100;               // the most recent of them without after, else the first
 };
 
 class Journal {
@@ -51,7 +51,8 @@ public:
 
     // Numbers and keeps entry; returns its number.
     long add(JournalEntry entry);
-    // The entries that match, oldest first, as they are shown: {"entry",
+    // The entries that match (from the store when there is one, else from
+    // memory), oldest first, as they are shown: {"entry",
     // "time", "method", "api", "params", "status", "replyBytes", "reply",
     // "applied", "ms"}.
     Array entries(const JournalQuery& query) const;

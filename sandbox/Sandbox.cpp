@@ -77,7 +77,31 @@ std::string envelope(const Answer& a) {
     return writeJSON(reply);
 }
 
-void answer(httplib::Response& res, const Answer& a) { res.set_content(envelope(a), "application/json; charset=utf-8"); }
+// What the journal learns of the request being served on this thread, as
+// its handlers go.
+struct Note {
+    std::chrono::steady_clock::time_point start;
+    double time = 0;
+    bool journaled = true;               // the sandbox's own control routes are not
+    bool logged = false;                 // in the journal and the log already
+    std::optional<std::string> api{};      // the API name; the path when absent
+    std::optional<Dictionary> params{};    // as parsed
+    std::optional<std::string> applied{};  // the fault or scenario step
+    std::optional<std::pair<size_t, std::string>> reply{};  // size and text, when not the body itself
+};
+thread_local Note note;
+
+// Sets the reply's body, and notes it for the journal as it is before any
+// compression: text in full (the journal keeps its start), anything else by
+// its size and type.
+void send(httplib::Response& res, std::string body, const char* type) {
+    std::string_view t(type);
+    bool text = t.rfind("text/", 0) == 0 || t.rfind("application/json", 0) == 0 || t.rfind("application/xml", 0) == 0;
+    note.reply = std::pair(body.size(), text ? body.substr(0, Journal::kReplyKept) : "(" + std::to_string(body.size()) + " bytes of " + type + ")");
+    res.set_content(std::move(body), type);
+}
+
+void answer(httplib::Response& res, const Answer& a) { send(res, envelope(a), "application/json; charset=utf-8"); }
 
 std::string manifestPlist(const std::string& version, const std::optional<std::string>& note) {
     plist_t root = plist_new_dict();
@@ -179,18 +203,6 @@ double secondsSince1970() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-// What the journal learns of the request being served on this thread, as
-// its handlers go.
-struct Note {
-    std::chrono::steady_clock::time_point start;
-    double time = 0;
-    bool journaled = true;               // the sandbox's own control routes are not
-    std::optional<std::string> api{};      // the API name; the path when absent
-    std::optional<Dictionary> params{};    // as parsed
-    std::optional<std::string> applied{};  // the fault or scenario step
-    std::optional<std::pair<size_t, std::string>> reply{};  // size and text, when not the body itself
-};
-thread_local Note note;
 
 // The socket of the connection req came on, found by its two ends: cpp-httplib
 // does not hand it to handlers, and a reset or an empty reply needs it.
@@ -209,24 +221,38 @@ int socketOf(const httplib::Request& req) {
     return -1;
 }
 
-// Sends text a few bytes at a time over duration (a slow network).
-constexpr size_t kPiece = 16;
-void dribble(httplib::Response& res, std::string text, const char* type, int duration) {
-    size_t pieces = std::max<size_t>(1, (text.size() + kPiece - 1) / kPiece);
-    auto pause = std::chrono::milliseconds(duration) / pieces;
-    res.set_chunked_content_provider(type, [text = std::move(text), pause](size_t offset, httplib::DataSink& sink) {
-        if (offset >= text.size()) return sink.done(), true;
-        std::this_thread::sleep_for(pause);
-        return sink.write(text.data() + offset, std::min(kPiece, text.size() - offset));
-    });
-}
-
-// Promises text whole and sends its first half, then closes.
-void truncate(httplib::Response& res, std::string text, const char* type) {
-    size_t half = text.size() / 2;
-    res.set_content_provider(text.size(), type, [text = std::move(text), half](size_t offset, size_t, httplib::DataSink& sink) {
-        return offset < half && sink.write(text.data() + offset, half - offset);
-    });
+// The faults that go below HTTP are written on the request's connection by
+// hand, and the connection is then closed under cpp-httplib, which has nothing
+// left to write on (and would compress a reply, sending a dribble at once and
+// ending a truncated one cleanly).
+//   reset     the connection reset, nothing sent
+//   empty     closed without a byte
+//   truncate  a 200 that promises the whole reply, half of it, then closed
+//   dribble   the whole reply, 16 bytes at a time over duration ms, then closed
+void closeByHand(const httplib::Request& req, Fault::Kind kind, const std::string& reply, int duration) {
+    int fd = socketOf(req);
+    if (fd < 0) return;
+    if (kind == Fault::Kind::reset) {
+        sockaddr unspecified{};
+        unspecified.sa_family = AF_UNSPEC;  // disconnects with a reset
+        ::connect(fd, &unspecified, sizeof unspecified);
+        return;
+    }
+    auto write = [fd](std::string_view bytes) { return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()); };
+    if (kind != Fault::Kind::empty) {
+        std::string head = "HTTP/1.1 200 OK\r\nContent-Type: application/json; charset=utf-8\r\nContent-Length: " + std::to_string(reply.size()) +
+                           "\r\nConnection: close\r\n\r\n";
+        constexpr size_t kPiece = 16;
+        size_t pieces = (reply.size() + kPiece - 1) / kPiece;
+        auto pause = std::chrono::milliseconds(duration) / std::max<size_t>(pieces, 1);
+        bool sent = write(head);
+        if (kind == Fault::Kind::truncate) sent = sent && write(std::string_view(reply).substr(0, reply.size() / 2));
+        for (size_t at = 0; kind == Fault::Kind::dribble && sent && at < reply.size(); at += kPiece) {
+            std::this_thread::sleep_for(pause);
+            sent = write(std::string_view(reply).substr(at, kPiece));
+        }
+    }
+    ::shutdown(fd, SHUT_RDWR);
 }
 
 } // namespace
@@ -280,6 +306,7 @@ struct Sandbox::Impl {
 
     explicit Impl(Options o) : options(std::move(o)) {
         std::string text = seedText();
+        if (options.reset && !options.dataDirectory) throw std::invalid_argument("--reset: needs --data DIR (without it the state starts from the seed anyway)");
         if (options.dataDirectory) {
             const std::filesystem::path& dir = *options.dataDirectory;
             std::error_code error;
@@ -348,28 +375,18 @@ struct Sandbox::Impl {
         if (fault) {
             switch (fault->kind) {
             case K::failure: return answer(res, Answer::failure(fault->message));
-            case K::malformed: return res.set_content(R"({"status":1,"info":"ok","data":[{"ID":)", "application/json");
+            case K::malformed: return send(res, R"({"status":1,"info":"ok","data":[{"ID":)", "application/json");
             case K::status:
                 res.status = fault->status;
-                return res.set_content(fault->body, "text/plain; charset=utf-8");
+                return send(res, fault->body, "text/plain; charset=utf-8");
             case K::drop:
                 // Promises a body and closes the connection before sending it.
                 note.reply = std::pair<size_t, std::string>(0, "");
                 return res.set_content_provider(64, "application/json", [](size_t, size_t, httplib::DataSink&) { return false; });
             case K::reset:
             case K::empty:
-                if (int fd = socketOf(req); fd >= 0) {
-                    if (fault->kind == K::reset) {
-                        sockaddr unspecified{};
-                        unspecified.sa_family = AF_UNSPEC;  // disconnects with a reset
-                        ::connect(fd, &unspecified, sizeof unspecified);
-                    } else {
-                        ::shutdown(fd, SHUT_RDWR);  // closes without a byte of reply
-                    }
-                }
-                note.reply = std::pair<size_t, std::string>(0, "");
-                res.set_header("Connection", "close");
-                return;
+                closeByHand(req, fault->kind, "", 0);
+                return journalByHand(req, res, 0, "");
             case K::delay: std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMilliseconds)); break;
             case K::dribble:
             case K::truncate:
@@ -388,15 +405,11 @@ struct Sandbox::Impl {
                 reply = envelope(Answer::failure(std::string("服务器内部错误: ") + e.what()));
             }
         }
-        if (fault && fault->kind == K::dribble) {
-            note.reply = std::pair(reply.size(), reply);
-            return dribble(res, std::move(reply), "application/json; charset=utf-8", fault->delayMilliseconds);
+        if (fault && (fault->kind == K::dribble || fault->kind == K::truncate)) {
+            closeByHand(req, fault->kind, reply, fault->delayMilliseconds);
+            return journalByHand(req, res, 200, reply.substr(0, fault->kind == K::truncate ? reply.size() / 2 : reply.size()));
         }
-        if (fault && fault->kind == K::truncate) {
-            note.reply = std::pair(reply.size(), reply);
-            return truncate(res, std::move(reply), "application/json; charset=utf-8");
-        }
-        res.set_content(std::move(reply), "application/json; charset=utf-8");
+        send(res, std::move(reply), "application/json; charset=utf-8");
     }
 
     // A form body, read here rather than by cpp-httplib (which refuses forms
@@ -557,7 +570,7 @@ struct Sandbox::Impl {
         }
         if (req.has_param("limit")) {
             int limit = 0;
-            if (!isCount(req.get_param_value("limit"), limit)) return Answer::failure("参数格式错误: limit 应为正整数");
+            if (!isCount(req.get_param_value("limit"), limit) || limit == 0) return Answer::failure("参数格式错误: limit 应为正整数");
             q.limit = static_cast<size_t>(limit);
         }
         return q;
@@ -598,8 +611,18 @@ struct Sandbox::Impl {
         });
     }
 
-    // One entry of the journal, and the request log's line.
+    // The journal's entry of a reply written by hand, now: cpp-httplib may
+    // not log a request whose connection is gone. Status 0: no reply.
+    void journalByHand(const httplib::Request& req, httplib::Response& res, int status, std::string sent) {
+        res.status = status;
+        note.reply = std::pair(sent.size(), std::move(sent));
+        journaled(req, res);
+    }
+
+    // One entry of the journal, and the request log's line; once per request.
     void journaled(const httplib::Request& req, const httplib::Response& res) {
+        if (note.logged) return;
+        note.logged = true;
         auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - note.start).count();
         std::string path = req.path.rfind("/index.php/api/", 0) == 0 ? req.path.substr(15) : req.path;
         if (options.logRequests)
@@ -612,13 +635,9 @@ struct Sandbox::Impl {
         e.api = note.api.value_or(path);
         if (note.params) e.params = *note.params;
         e.status = res.status;
-        bool json = res.get_header_value("Content-Type").rfind("application/json", 0) == 0;
         if (note.reply) {
             e.replyBytes = note.reply->first;
-            e.reply = note.reply->second;
-        } else {
-            e.replyBytes = res.body.size();
-            e.reply = json ? res.body : "(" + std::to_string(res.body.size()) + " bytes of " + res.get_header_value("Content-Type") + ")";
+            e.reply = std::move(note.reply->second);
         }
         e.applied = note.applied;
         e.milliseconds = ms;
@@ -658,6 +677,10 @@ struct Sandbox::Impl {
             if (req.method != "POST" && body) return refuse(400, "请求格式错误: " + escapedForLog(req.method) + " 请求不带请求体");
             return httplib::Server::HandlerResponse::Unhandled;
         });
+        // Journaled as the reply is about to be written, so that a client
+        // that has its reply finds its request in the journal; the logger
+        // catches what never reaches that point.
+        server.set_post_routing_handler([this](const httplib::Request& req, httplib::Response& res) { journaled(req, res); });
         server.set_logger([this](const httplib::Request& req, const httplib::Response& res) { journaled(req, res); });
 
         for (const Route& route : routes()) {
@@ -675,11 +698,11 @@ struct Sandbox::Impl {
         server.Get(R"(/uploads/sign/([A-Za-z0-9_-]+--?[0-9]+\.pdf))",
                    [this](const httplib::Request& req, httplib::Response& res) { serveUpload(req.matches[1], res); });
         server.Get(R"(/(receipts|sheets)/([A-Za-z0-9_-]+)\.pdf)", [](const httplib::Request& req, httplib::Response& res) {
-            res.set_content(generatedPdf(std::string(req.matches[1]) + " " + std::string(req.matches[2])), "application/pdf");
+            send(res, generatedPdf(std::string(req.matches[1]) + " " + std::string(req.matches[2])), "application/pdf");
         });
         server.Get("/manifest.plist", [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
-            res.set_content(manifestPlist(manifestVersion, manifestNote), "application/xml");
+            send(res, manifestPlist(manifestVersion, manifestNote), "application/xml");
         });
 
         // The control routes: answers in the envelope, not journaled.

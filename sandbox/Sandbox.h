@@ -82,7 +82,7 @@ struct Options {
 class Sandbox {
 public:
     // Throws std::invalid_argument naming what is wrong with the options: a
-    // data folder that is missing or not a folder, a seed.json that does not
+    // reset without a data folder, a data folder that is missing or not a folder, a seed.json that does not
     // read (with the place of the error), a sandbox.sqlite that is damaged or
     // not a sandbox's (never written to).
     explicit Sandbox(Options options = {});

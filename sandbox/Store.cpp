@@ -167,10 +167,14 @@ void Store::append(const Dictionary& entry) {
     put.step();
 }
 
-Array Store::journal(const std::optional<std::string>& api, long after, std::optional<double> sinceTime, size_t limit) {
+Array Store::journal(const std::optional<std::string>& api, std::optional<long> after, std::optional<double> sinceTime, size_t limit) {
     std::lock_guard lock(mutex_);
-    Statement query(db_.get(), "SELECT value FROM journal WHERE entry > ?1 AND (?2 IS NULL OR api = ?2) AND time >= ?3 ORDER BY entry LIMIT ?4");
-    query.bind(1, static_cast<int64_t>(after)).bind(4, static_cast<int64_t>(limit));
+    // The first after an entry number, or else the most recent.
+    Statement query(db_.get(), after ? "SELECT value FROM journal WHERE entry > ?1 AND (?2 IS NULL OR api = ?2) AND time >= ?3 ORDER BY entry LIMIT ?4"
+                                         : "SELECT value FROM (SELECT entry, value FROM journal WHERE (?2 IS NULL OR api = ?2) AND time >= ?3 "
+                                           "ORDER BY entry DESC LIMIT ?4) ORDER BY entry");
+    if (after) query.bind(1, static_cast<int64_t>(*after));
+    query.bind(4, static_cast<int64_t>(limit));
     if (api) query.bind(2, *api);
     sqlite3_bind_double(query.get(), 3, sinceTime.value_or(0));
     Array out;

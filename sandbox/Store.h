@@ -46,8 +46,9 @@ public:
 
     // The request journal: entries as the journal shows them.
     void append(const Dictionary& entry);
-    // Entries of api (or any) after entry number `after`, oldest first, at most limit.
-    Array journal(const std::optional<std::string>& api, long after, std::optional<double> sinceTime, size_t limit);
+    // Entries of api (or any) at or after sinceTime: the first limit after
+    // entry number `after`, or the most recent limit without it; oldest first.
+    Array journal(const std::optional<std::string>& api, std::optional<long> after, std::optional<double> sinceTime, size_t limit);
     long lastEntry();
 
 private:

@@ -13,6 +13,7 @@
 #include "veltrane/platform/Dispatch.h"
 #include "veltrane/platform/HTTPTransport.h"
 #include "veltrane/platform/PropertyList.h"
+#include "support/Answers.h"
 #include "support/Controlled.h"
 #include "support/Harness.h"
 #include "support/Process.h"
@@ -22,32 +23,6 @@ namespace veltrane {
 namespace {
 
 using namespace std::chrono_literals;
-
-// Every answer that reaches a completion, counted, from any thread.
-struct Answers {
-    std::mutex mutex;
-    std::vector<std::string> lines;  // "T|message" or "F|message"
-
-    void add(bool ok, const std::optional<std::string>& message) {
-        std::lock_guard lock(mutex);
-        lines.push_back(std::string(ok ? "T|" : "F|") + message.value_or("-"));
-    }
-    size_t count() {
-        std::lock_guard lock(mutex);
-        return lines.size();
-    }
-    std::string all() {
-        std::lock_guard lock(mutex);
-        std::string out;
-        for (const std::string& l : lines) out += (out.empty() ? "" : "; ") + l;
-        return out;
-    }
-    bool waitFor(size_t n, std::chrono::milliseconds within = 5s) {
-        for (auto end = std::chrono::steady_clock::now() + within; count() < n && std::chrono::steady_clock::now() < end;)
-            std::this_thread::sleep_for(1ms);
-        return count() >= n;
-    }
-};
 
 class Cancellation : public test::GatewayTest {
 protected:
@@ -111,96 +86,96 @@ struct RaceCase {
     const char* name;
     // Makes the call in group (through the gateway, on a transport of one
     // connection) and drives what races it; answers records every answer.
-    std::function<void(CallGroup& group, Answers& answers, test::ControlledServer& server)> run;
+    std::function<void(CallGroup& group, test::Answers& answers, test::ControlledServer& server)> run;
     std::vector<std::string> expected;
     const char* neverSent = nullptr;  // an API the server must never see
 };
 
-void call(const std::string& api, Answers& answers, const CallGroup& group) {
+void call(const std::string& api, test::Answers& answers, const CallGroup& group) {
     CallScope scope(group);
     Server::httpGet(api, std::nullopt, [&answers](bool ok, std::optional<std::string> m, std::optional<Value>) { answers.add(ok, m); });
 }
 
 // Holds the transport's one connection with a stalled call outside the group.
-void holdTheConnection(Answers& unrelated, test::ControlledServer& server) {
+void holdTheConnection(test::Answers& unrelated, test::ControlledServer& server) {
     call("stallHold", unrelated, CallGroup());
     ASSERT_TRUE(server.waitForRequest("stallHold"));
 }
 
 const RaceCase kRaces[] = {
-    {"cancelled before it is sent", [](CallGroup& g, Answers& a, test::ControlledServer&) {
+    {"cancelled before it is sent", [](CallGroup& g, test::Answers& a, test::ControlledServer&) {
          g.cancel();
          call("okBefore", a, g);
      }, {"F|okBefore: cancelled"}, "okBefore"},
-    {"cancelled while waiting for a connection", [](CallGroup& g, Answers& a, test::ControlledServer& s) {
-         static Answers unrelated;
+    {"cancelled while waiting for a connection", [](CallGroup& g, test::Answers& a, test::ControlledServer& s) {
+         static test::Answers unrelated;
          holdTheConnection(unrelated, s);
          call("okWaiting", a, g);
          std::this_thread::sleep_for(50ms);
          g.cancel();
          s.release();
      }, {"F|okWaiting: cancelled"}, "okWaiting"},
-    {"cancelled during the transfer", [](CallGroup& g, Answers& a, test::ControlledServer& s) {
+    {"cancelled during the transfer", [](CallGroup& g, test::Answers& a, test::ControlledServer& s) {
          call("stallTransfer", a, g);
          ASSERT_TRUE(s.waitForRequest("stallTransfer"));
          g.cancel();
          EXPECT_EQ(a.count(), 1u) << "ended before cancel() returned";
      }, {"F|stallTransfer: cancelled"}},
-    {"cancelled by its own completion, as the reply is delivered", [](CallGroup& g, Answers& a, test::ControlledServer&) {
+    {"cancelled by its own completion, as the reply is delivered", [](CallGroup& g, test::Answers& a, test::ControlledServer&) {
          CallScope scope(g);
          Server::httpGet("okDelivered", std::nullopt, [&a, g](bool ok, std::optional<std::string> m, std::optional<Value>) {
              g.cancel();
              a.add(ok, m);
          });
      }, {"T|ok"}},
-    {"cancelled after its completion", [](CallGroup& g, Answers& a, test::ControlledServer&) {
+    {"cancelled after its completion", [](CallGroup& g, test::Answers& a, test::ControlledServer&) {
          call("okAfter", a, g);
          a.waitFor(1);
          g.cancel();
      }, {"T|ok"}},
-    {"cancelled twice", [](CallGroup& g, Answers& a, test::ControlledServer& s) {
+    {"cancelled twice", [](CallGroup& g, test::Answers& a, test::ControlledServer& s) {
          call("stallTwice", a, g);
          ASSERT_TRUE(s.waitForRequest("stallTwice"));
          g.cancel();
          g.cancel();
      }, {"F|stallTwice: cancelled"}},
-    {"cancelled from two threads at once", [](CallGroup& g, Answers& a, test::ControlledServer& s) {
+    {"cancelled from two threads at once", [](CallGroup& g, test::Answers& a, test::ControlledServer& s) {
          call("stallTwoThreads", a, g);
          ASSERT_TRUE(s.waitForRequest("stallTwoThreads"));
          std::thread other([g] { g.cancel(); });
          g.cancel();
          other.join();
      }, {"F|stallTwoThreads: cancelled"}},
-    {"past its deadline while waiting for a connection", [](CallGroup& g, Answers& a, test::ControlledServer& s) {
-         static Answers unrelated;
+    {"past its deadline while waiting for a connection", [](CallGroup& g, test::Answers& a, test::ControlledServer& s) {
+         static test::Answers unrelated;
          holdTheConnection(unrelated, s);
          g.setTimeout(300ms);
          call("okLate", a, g);
          a.waitFor(1);
          s.release();
      }, {"F|okLate: no answer within 300 ms"}, "okLate"},
-    {"past its deadline during the transfer", [](CallGroup& g, Answers& a, test::ControlledServer&) {
+    {"past its deadline during the transfer", [](CallGroup& g, test::Answers& a, test::ControlledServer&) {
          g.setTimeout(200ms);
          call("stallDeadline", a, g);
          a.waitFor(1);
      }, {"F|stallDeadline: no answer within 200 ms"}},
-    {"past its deadline, then cancelled", [](CallGroup& g, Answers& a, test::ControlledServer&) {
+    {"past its deadline, then cancelled", [](CallGroup& g, test::Answers& a, test::ControlledServer&) {
          g.setTimeout(100ms);
          call("stallThenCancel", a, g);
          a.waitFor(1);
          g.cancel();
      }, {"F|stallThenCancel: no answer within 100 ms"}},
-    {"a reply racing its deadline", [](CallGroup& g, Answers& a, test::ControlledServer&) {
+    {"a reply racing its deadline", [](CallGroup& g, test::Answers& a, test::ControlledServer&) {
          g.setTimeout(100ms);
          call("slow100Race", a, g);
          a.waitFor(1);
      }, {"T|ok", "F|slow100Race: no answer within 100 ms"}},
-    {"a reply racing a cancellation", [](CallGroup& g, Answers& a, test::ControlledServer&) {
+    {"a reply racing a cancellation", [](CallGroup& g, test::Answers& a, test::ControlledServer&) {
          call("slow50Race", a, g);
          std::this_thread::sleep_for(50ms);
          g.cancel();
      }, {"T|ok", "F|slow50Race: cancelled"}},
-    {"a cancellation racing the deadline", [](CallGroup& g, Answers& a, test::ControlledServer&) {
+    {"a cancellation racing the deadline", [](CallGroup& g, test::Answers& a, test::ControlledServer&) {
          g.setTimeout(50ms);
          call("stallRace", a, g);
          std::this_thread::sleep_for(50ms);
@@ -218,7 +193,7 @@ TEST(CallRaces, EveryCompletionRunsOnceAndTheCountsReturnToZero) {
         auto transport = std::make_shared<HTTPTransport>(options);
         Server::setTransport(transport);
         CallGroup group;
-        Answers answers;
+        test::Answers answers;
         c.run(group, answers, server);
         ASSERT_TRUE(answers.waitFor(1)) << "no answer";
         server.release();
@@ -243,7 +218,7 @@ TEST(CallRaces, EveryCompletionRunsOnceAndTheCountsReturnToZero) {
 TEST_F(Cancellation, MemoryTransportHoldsToTheRules) {
     transport->setDeferred(true);
     transport->setHandler([](const MemoryTransport::Request&) { return MemoryTransport::Reply{true, "ok", Value(1)}; });
-    Answers answers;
+    test::Answers answers;
     CallGroup cancelled, late;
     late.setTimeout(1ms);
     call("first", answers, cancelled);

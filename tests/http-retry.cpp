@@ -80,7 +80,9 @@ TEST_F(Retries, GETsAreRetriedAsConfiguredAndNoPOSTTwice) {
         EXPECT_EQ(server.attempts(c.api), c.attempts);
         size_t retried = std::count_if(logLines.begin(), logLines.end(), [&](const std::string& l) { return l.rfind(std::string(c.api) + ": attempt ", 0) == 0; });
         EXPECT_EQ(retried, c.attempts - 1) << "each retry logged with the API and the attempt";
-        if (std::string(c.api) == "limitGet") EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms) << "Retry-After: 1 honoured";
+        if (std::string(c.api) == "limitGet") {
+            EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms) << "Retry-After: 1 honoured";
+        }
     }
     EXPECT_EQ(logLines.size() > 0 ? logLines.front().rfind("dropGet: attempt 2 of 2 in ", 0) : 0u, 0u) << logLines.front();
 }

@@ -32,34 +32,6 @@ TEST_F(SandboxTest, PagesThroughTheLibrary) {
     EXPECT_EQ(page.result->data()->front().phone.size(), 11u);
 }
 
-struct FaultCase {
-    const char* name;
-    Fault fault;
-    const char* message;  // the start of the completion's message
-};
-
-const FaultCase kFaults[] = {
-    {"failure envelope", {Fault::Kind::failure, "服务器繁忙，请稍后再试"}, "服务器繁忙，请稍后再试"},
-    {"malformed JSON", {Fault::Kind::malformed}, "getLabel: reply is not JSON"},
-    {"dropped connection", {Fault::Kind::drop}, "getLabel: "},
-    {"delay past the time-out", {Fault::Kind::delay, "", 2500}, "getLabel: Timeout was reached"},
-};
-
-TEST_F(SandboxTest, InjectedFaultsReachTheCompletion) {
-    for (const FaultCase& c : kFaults) {
-        SCOPED_TRACE(c.name);
-        Fault once = c.fault;
-        once.times = 1;
-        sandbox->setFault("getLabel", once);
-        auto tags = await<Tags>([](auto done) { Tag::listWithCompany(1, 1, done); });
-        EXPECT_FALSE(tags.success);
-        EXPECT_FALSE(tags.result);
-        EXPECT_EQ(tags.message.value_or("").rfind(c.message, 0), 0u) << tags.message.value_or("");
-        auto after = await<Tags>([](auto done) { Tag::listWithCompany(1, 1, done); });
-        EXPECT_TRUE(after.success) << "a fault for one request ends after it";
-    }
-}
-
 struct RefusalCase {
     const char* name;
     HTTPMethod method;

@@ -8,16 +8,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <malloc.h>
-#if defined(VELTRANE_SANITIZED)
-#include <sanitizer/allocator_interface.h>
-#endif
-
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 
 #include "sandbox/Sandbox.h"
+#include "support/Heap.h"
 #include "support/SandboxTest.h"
 #include "veltrane/foundation/Tag.h"
 
@@ -97,17 +93,7 @@ TEST_F(Tools, TheCommandLineBehavesLikeOne) {
 
 // ---- The sandbox ---------------------------------------------------------------
 
-class SandboxFolder : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir = std::filesystem::temp_directory_path() / ("veltrane-sandbox-" + std::to_string(::getpid()) + "-" +
-                                                       ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::remove_all(dir);
-        std::filesystem::create_directories(dir / "data");
-    }
-    void TearDown() override { std::filesystem::remove_all(dir); }
-    std::filesystem::path dir;
-};
+using test::SandboxFolder;
 
 TEST_F(SandboxFolder, UploadsNeverLeaveTheirFolder) {
     sandbox::Options options;
@@ -147,16 +133,6 @@ TEST_F(SandboxFolder, UploadsNeverLeaveTheirFolder) {
     EXPECT_EQ(client.Get("/uploads/sign/AF-2026_x--5.pdf")->status, 404);
 }
 
-// The heap this process holds now, in bytes (the sanitizers' allocators
-// keep what was freed for a while, so that is not counted).
-size_t heapInUse() {
-#if defined(VELTRANE_SANITIZED)
-    return __sanitizer_get_current_allocated_bytes();
-#else
-    return mallinfo2().uordblks;
-#endif
-}
-
 // Sends a request whose body goes chunked, as much as the server takes, and
 // returns the status line of its answer; *peak gets the most heap this
 // process held meanwhile.
@@ -172,7 +148,7 @@ std::string chunkedRequest(int port, const std::string& head, const std::string&
     ::send(fd, first.data(), first.size(), MSG_NOSIGNAL);
     for (size_t sent = 0; sent < bodyBytes; sent += 64 << 10) {
         if (::send(fd, block.data(), block.size(), MSG_NOSIGNAL) < 0) break;
-        if (peak) *peak = std::max(*peak, heapInUse());
+        if (peak) *peak = std::max(*peak, test::heapInUse());
     }
     char reply[64] = {};
     ::recv(fd, reply, sizeof reply - 1, 0);
@@ -187,7 +163,7 @@ TEST_F(SandboxFolder, BodiesAreBoundedChunkedOrNot) {
     std::filesystem::create_directories(dir / "data");
     sandbox::Sandbox server(options);
     server.start();
-    size_t before = heapInUse(), peak = before;
+    size_t before = test::heapInUse(), peak = before;
     std::string multipart = "--b\r\nContent-Disposition: form-data; name=\"pdf\"; filename=\"a.pdf\"\r\n\r\n";
     EXPECT_EQ(chunkedRequest(server.port(), "POST /index.php/api/common/upload HTTP/1.1\r\nHost: x\r\nContent-Type: multipart/form-data; boundary=b\r\n",
                              multipart, 48 << 20, &peak),

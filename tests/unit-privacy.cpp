@@ -27,6 +27,8 @@ TEST(Privacy, PatternsInFreeText) {
     photo += "==";
     EXPECT_EQ(maskPersonalText("photo " + photo + " end"), "photo <122 chars #f88008e7> end");
     EXPECT_EQ(maskPersonalText(std::string(63, 'Q')), std::string(63, 'Q')) << "a short run is left";
+    std::string digest = "8ed74dd5bdcfb6b5db56a79b93609e87b93bc8234fb6037e7ff070922fd5104b";
+    EXPECT_EQ(maskPersonalText("sha256 " + digest), "sha256 " + digest) << "a digest is nobody's";
     registerSecret("s3cr3t-t0ken");
     EXPECT_EQ(maskPersonalText("Authorization: Bearer s3cr3t-t0ken (s3cr3t-t0ken)"), "Authorization: Bearer <secret> (<secret>)");
 }

@@ -1,6 +1,11 @@
 // A sandbox dealer server on a free loopback port, shared by a test suite,
-// with the gateway pointed at it through the HTTP transport.
+// with the gateway pointed at it through the HTTP transport; and a folder
+// for a sandbox's data.
 #pragma once
+
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "veltrane/foundation/Await.h"
 #include "veltrane/platform/HTTPTransport.h"
@@ -49,6 +54,19 @@ protected:
     std::mutex logMutex;
     std::vector<std::string> logLines;
     LogSink previousSink;
+};
+
+// A test's own empty folder, DIR/data made, removed after it.
+class SandboxFolder : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = std::filesystem::temp_directory_path() / ("veltrane-sandbox-" + std::to_string(::getpid()) + "-" +
+                                                       ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::filesystem::remove_all(dir);
+        std::filesystem::create_directories(dir / "data");
+    }
+    void TearDown() override { std::filesystem::remove_all(dir); }
+    std::filesystem::path dir;
 };
 
 } // namespace veltrane::test

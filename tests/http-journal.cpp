@@ -1,0 +1,212 @@
+// The sandbox's request journal: what it keeps of each request, its filters
+// over HTTP and from C++, the verification of what was received, personal
+// data masked unless the sandbox was started with the opt-in, its memory
+// bound, and veltrane journal.
+#include <httplib.h>
+
+#include "veltrane/foundation/Tag.h"
+#include "veltrane/platform/HTTPSession.h"
+#include "support/Heap.h"
+#include "support/Process.h"
+#include "support/SandboxTest.h"
+
+namespace veltrane {
+namespace {
+
+using namespace std::chrono_literals;
+using test::SandboxTest;
+using K = sandbox::Fault::Kind;
+
+class Journal : public SandboxTest {
+protected:
+    void SetUp() override {
+        SandboxTest::SetUp();
+        Array last = sandbox->journal({.limit = 1});
+        start = last.empty() ? 0 : last[0].asDictionary().optLong("entry");
+    }
+    // GET /sandbox/requests?<query>: the envelope's data, or its info when refused.
+    static std::variant<Array, std::string> requests(const std::string& query) {
+        HTTPRequest request;
+        request.url = sandbox->address() + "/sandbox/requests?" + query;
+        HTTPSession::Outcome outcome = HTTPSession::perform(request);
+        std::optional<Dictionary> reply = outcome.data ? jsonDictionary(*outcome.data) : std::nullopt;
+        if (!reply) return std::string("no reply");
+        if (!reply->optBool("status")) return reply->optString("info").value_or("");
+        return reply->optArray("data").value_or(Array());
+    }
+    // The entries' API names, in order.
+    static std::string apis(const Array& entries) {
+        std::string out;
+        for (const Value& e : entries) out += (out.empty() ? "" : ",") + e.asDictionary().optString("api").value_or("?");
+        return out;
+    }
+    // A signed copy, uploaded through the library's session.
+    static void uploadSignedCopy(const std::string& SN, const std::string& ID) {
+        HTTPRequest upload = requestForHttpMultipartPost(sandbox->address() + "/index.php/api/common/upload", [&](MultipartPartBuilder& b) {
+            b.appendData("%PDF-1.4 signed", "pdf", "signed.pdf");
+            b.appendPlainText("SN", SN);
+            b.appendPlainText("ID", ID);
+        });
+        ASSERT_FALSE(HTTPSession::perform(upload).error);
+    }
+    long start = 0;
+};
+
+TEST_F(Journal, KeepsEachRequestAsParsedAndAnswered) {
+    ASSERT_TRUE(await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); }).success);
+    ASSERT_FALSE(request(HTTPMethod::POST, "postLockPhone", Dictionary{{"companyid", 1}, {"phone", "13310009999"}}).success);
+    uploadSignedCopy("AF20261120001", "811");
+    sandbox->setFault("getLabel", {.kind = K::failure, .message = "忙", .times = 1});
+    EXPECT_FALSE(await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); }).success);
+    request(HTTPMethod::GET, "getOrders", Dictionary{{"companyid", 1}, {"userid", 7}});  // refused: no page
+
+    Array entries = sandbox->journal({.after = start});
+    ASSERT_EQ(apis(entries), "getLabel,postLockPhone,common/upload,getLabel,getOrders") << "control routes stay out";
+    std::vector<std::string> shown;
+    for (const Value& v : entries) {
+        Dictionary e = v.asDictionary();
+        EXPECT_EQ(e.optLong("entry"), start + 1 + static_cast<long>(shown.size()));
+        EXPECT_GT(e.optDouble("time"), 1.7e9);
+        EXPECT_EQ(static_cast<size_t>(e.optLong("replyBytes")), e.optString("reply").value_or("").size()) << "short replies are kept whole";
+        e.remove("entry");
+        e.remove("time");
+        e.remove("ms");
+        e.remove("replyBytes");
+        shown.push_back(writeJSON(e));
+    }
+    EXPECT_EQ(shown[0], R"({"method":"GET","api":"getLabel","params":{"companyid":"1","type":"1"},"status":200,)"
+                        R"("reply":"{\"status\":1,\"info\":\"ok\",\"data\":[{\"ID\":1,\"Type\":1,\"Title\":\"加急\",\"Content\":\"客户要求当天办结\"},)"
+                        R"({\"ID\":2,\"Type\":1,\"Title\":\"上门\",\"Content\":\"需要上门安装宽带\"},{\"ID\":3,\"Type\":1,\"Title\":\"老用户\",\"Content\":\"在网五年以上的老用户\"}]}",)"
+                        R"("applied":null})");
+    EXPECT_EQ(shown[1], R"({"method":"POST","api":"postLockPhone","params":{"companyid":"1","phone":"133****9999"},"status":200,)"
+                        R"("reply":"{\"status\":0,\"info\":\"号码不存在: 133****9999\"}","applied":null})");
+    EXPECT_EQ(shown[2], R"({"method":"POST","api":"common/upload","params":{"pdf":{"name":"signed.pdf","size":15,)"
+                        R"("sha256":"8ed74dd5bdcfb6b5db56a79b93609e87b93bc8234fb6037e7ff070922fd5104b"},"SN":"AF20261120001","ID":"811"},"status":200,)"
+                        R"("reply":"{\"status\":1,\"info\":\"上传成功\",\"data\":{\"path\":\"/uploads/sign/AF20261120001-811.pdf\"}}","applied":null})");
+    EXPECT_EQ(shown[3], R"({"method":"GET","api":"getLabel","params":{"companyid":"1","type":"1"},"status":200,)"
+                        R"("reply":"{\"status\":0,\"info\":\"忙\"}","applied":"fault=failure"})");
+    EXPECT_EQ(shown[4], R"({"method":"GET","api":"getOrders","params":{"companyid":"1","userid":"7"},"status":200,)"
+                        R"("reply":"{\"status\":0,\"info\":\"缺少参数: p\"}","applied":null})");
+}
+
+TEST_F(Journal, FiltersOverHTTP) {
+    for (int i = 0; i < 3; ++i) await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); });
+    request(HTTPMethod::GET, "getHeadAd", std::nullopt);
+    std::this_thread::sleep_for(5ms);
+    double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    std::this_thread::sleep_for(5ms);
+    request(HTTPMethod::GET, "getHeadAd", std::nullopt);
+    std::string since = "since=" + std::to_string(start);
+    char sinceTime[32];
+    std::snprintf(sinceTime, sizeof sinceTime, "since=%.3f", now);
+    const struct {
+        std::string query;
+        const char* found;  // the API names, or the refusal
+    } cases[] = {
+        {since, "getLabel,getLabel,getLabel,getHeadAd,getHeadAd"},
+        {since + "&api=getHeadAd", "getHeadAd,getHeadAd"},
+        {since + "&limit=2", "getLabel,getLabel"},
+        {"limit=2", "getHeadAd,getHeadAd"},
+        {"api=getLabel&limit=1", "getLabel"},
+        {sinceTime, "getHeadAd"},
+        {since + "&api=postChat", ""},
+        {"since=x", "参数格式错误: since 应为记录号或时间 (1970 年以来的秒数)"},
+        {"since=-3", "参数格式错误: since 应为记录号或时间 (1970 年以来的秒数)"},
+        {"limit=0", "参数格式错误: limit 应为正整数"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.query);
+        std::variant<Array, std::string> found = requests(c.query);
+        EXPECT_EQ(std::holds_alternative<Array>(found) ? apis(std::get<Array>(found)) : std::get<std::string>(found), c.found);
+    }
+}
+
+TEST_F(Journal, VerifiesHowManyRequestsCameWithGivenParameters) {
+    const struct {
+        const char* api;
+        std::map<std::string, std::string> params;
+        size_t count;
+    } cases[] = {
+        {"postLockPhone", {{"phone", "13310001234"}}, 2},
+        {"postLockPhone", {{"phone", "13310005678"}, {"companyid", "1"}}, 1},
+        {"postLockPhone", {{"phone", "13310005678"}, {"companyid", "2"}}, 0},
+        {"postLockPhone", {{"imei", "13310005678"}}, 0},
+        {"postUnLockPhone", {}, 3},
+    };
+    // The suite's sandbox has seen other tests' requests: counted from here.
+    std::vector<size_t> before;
+    for (const auto& c : cases) before.push_back(sandbox->received(c.api, c.params));
+    for (const char* phone : {"13310001234", "13310001234", "13310005678"}) {
+        request(HTTPMethod::POST, "postLockPhone", Dictionary{{"companyid", 1}, {"phone", phone}});
+        request(HTTPMethod::POST, "postUnLockPhone", Dictionary{{"companyid", 1}, {"phone", phone}});
+    }
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(cases[i].api);
+        EXPECT_EQ(sandbox->received(cases[i].api, cases[i].params) - before[i], cases[i].count);
+    }
+}
+
+TEST(JournalMasking, PersonalDataIsMaskedUnlessTheSandboxWasStartedWithTheOptIn) {
+    for (bool reveal : {false, true}) {
+        SCOPED_TRACE(reveal);
+        sandbox::Options options;
+        options.revealPersonalData = reveal;
+        sandbox::Sandbox server(options);
+        server.start();
+        httplib::Client client(server.address());
+        client.Post("/index.php/api/postLockPhone", "companyid=1&phone=13310001234", "application/x-www-form-urlencoded");
+        client.Get("/index.php/api/getPhonePages?companyid=1&rank=0&NetType=0&p=1&keyword=10001234");
+        std::string journal = writeJSON(server.journal());
+        EXPECT_EQ(journal.find("13310001234") != std::string::npos, reveal) << journal;
+        EXPECT_EQ(journal.find("133****1234") != std::string::npos, !reveal) << journal;
+        EXPECT_EQ(server.received("postLockPhone", {{"phone", "13310001234"}}), 1u) << "verification sees the parameters as sent";
+    }
+}
+
+TEST(JournalMemory, KeepsTheLastTenThousandWithinABoundedHeap) {
+    sandbox::Journal journal(false, nullptr);
+    std::string longReply;
+    while (longReply.size() < 4096) longReply += "ok, ";
+    auto fill = [&](size_t n) {
+        for (size_t i = 0; i < n; ++i)
+            journal.add({.time = 1.8e9, .method = "GET", .api = "getOrders", .params = Dictionary{{"p", "1"}}, .status = 200,
+                         .replyBytes = 65536, .reply = longReply});
+    };
+    fill(sandbox::Journal::kKept);
+    size_t full = test::heapInUse();
+    fill(3 * sandbox::Journal::kKept);
+    EXPECT_EQ(journal.size(), sandbox::Journal::kKept);
+    EXPECT_EQ(journal.lastEntry(), 4 * static_cast<long>(sandbox::Journal::kKept));
+    long growth = static_cast<long>(test::heapInUse()) - static_cast<long>(full);
+    EXPECT_LT(growth, 1 << 20) << "the heap grew past a full journal";
+    EXPECT_LT(full, 64u << 20) << "replies are kept to their first 2 KiB";
+    Array oldest = journal.entries({.after = 1, .limit = 1});
+    ASSERT_EQ(oldest.size(), 1u);
+    EXPECT_EQ(oldest[0].asDictionary().optLong("entry"), 3 * static_cast<long>(sandbox::Journal::kKept) + 1);
+    EXPECT_EQ(oldest[0].asDictionary().optString("reply")->size(), sandbox::Journal::kReplyKept);
+}
+
+TEST_F(Journal, TheCommandLinePrintsAndFollows) {
+    await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); });
+    test::Process printed({"journal", "--api", "getLabel", "--limit", "1", "--server", sandbox->address()});
+    EXPECT_EQ(printed.finish(), 0);
+    EXPECT_NE(printed.output.find(R"( GET getLabel  200  )"), std::string::npos) << printed.output;
+    EXPECT_NE(printed.output.find(R"({"companyid":"1","type":"1"})"), std::string::npos) << printed.output;
+    EXPECT_EQ(std::count(printed.output.begin(), printed.output.end(), '\n'), 1) << printed.output;
+
+    test::Process followed({"journal", "--follow", "--json", "--since", std::to_string(start + 1), "--server", sandbox->address()});
+    sandbox->setFault("getHeadAd", {.kind = K::status, .times = 1, .status = 418});
+    request(HTTPMethod::GET, "getHeadAd", std::nullopt);
+    EXPECT_TRUE(followed.waitFor(R"("api":"getHeadAd")")) << followed.output;
+    EXPECT_NE(followed.output.find(R"("status":418)"), std::string::npos) << followed.output;
+    EXPECT_NE(followed.output.find(R"("applied":"fault=status")"), std::string::npos) << followed.output;
+    EXPECT_EQ(followed.output.find(R"("api":"getLabel")"), std::string::npos) << "--since: only what came after";
+    EXPECT_EQ(followed.stop(SIGINT), 0);
+
+    test::Process nowhere({"journal", "--server", "http://127.0.0.1:1"});
+    EXPECT_EQ(nowhere.finish(), 1);
+    EXPECT_NE(nowhere.output.find("veltrane journal: no sandbox answered at http://127.0.0.1:1"), std::string::npos) << nowhere.output;
+}
+
+} // namespace
+} // namespace veltrane
