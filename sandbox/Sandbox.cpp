@@ -24,12 +24,15 @@
 
 #include "sandbox/Faults.h"
 #include "sandbox/Journal.h"
+#include "sandbox/Page.h"
 #include "sandbox/Routes.h"
 #include "sandbox/Seed.h"
 #include "sandbox/Store.h"
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/Log.h"
 #include "veltrane/foundation/PersonalData.h"
+#include "veltrane/orders/ActionFormOrderRecord.h"
+#include "veltrane/orders/Order.h"
 #include "veltrane/platform/Encodings.h"
 #include "veltrane/platform/ThreadPool.h"
 
@@ -577,6 +580,26 @@ struct Sandbox::Impl {
     }
 
     // What the sale holds, for the dashboard and the command line.
+    // The names the library gives to order and action-form order statuses,
+    // by code, for the page.
+    static Dictionary statusNames() {
+        Dictionary orders, actionOrders;
+        for (long code = 0; code <= 10; ++code) {
+            orders.set(std::to_string(code), stringOfOrderStatusName(static_cast<unsigned long>(code)));
+            actionOrders.set(std::to_string(code), ActionFormOrderRecord(Dictionary{{"Status", code}}).statusName());
+        }
+        return Dictionary{{"orders", orders}, {"actionOrders", actionOrders}};
+    }
+
+    // Whether a Host header (or an origin's host) names this sandbox: its
+    // address, or the loopback names, with its port.
+    bool ownHost(const std::string& host) const {
+        std::string p = ":" + std::to_string(port);
+        for (const std::string& name : {options.host, std::string("127.0.0.1"), std::string("localhost"), std::string("[::1]")})
+            if (host == name + p) return true;
+        return false;
+    }
+
     Dictionary snapshot() {
         std::lock_guard lock(mutex);
         Array phones, imeis;
@@ -585,7 +608,8 @@ struct Sandbox::Impl {
         Dictionary out{{"orders", state.list("orders").copy()},       {"actionOrders", state.list("actionOrders").copy()},
                        {"chats", state.list("chats").copy()},         {"pushMessages", state.list("pushMessages").copy()},
                        {"printRequests", state.list("printRequests").copy()}, {"uploads", uploads.copy()},
-                       {"lockedPhones", phones},                      {"lockedImeis", imeis}};
+                       {"lockedPhones", phones},                      {"lockedImeis", imeis},
+                       {"statusNames", statusNames()}};
         return options.revealPersonalData ? out : maskPersonalValue(out).asDictionary();
     }
 
@@ -657,7 +681,7 @@ struct Sandbox::Impl {
             int yes = 1;
             setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
         });
-        server.set_pre_routing_handler([](const httplib::Request& req, httplib::Response& res) {
+        server.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
             note = Note{.start = std::chrono::steady_clock::now(), .time = secondsSince1970()};
             // Refused at once, without reading the body: a body declared too
             // large, and a body on anything but a POST (every POST route reads
@@ -675,6 +699,16 @@ struct Sandbox::Impl {
                 return refuse(413, "请求体过大: 最多 " + std::to_string(kMaxBodyBytes) + " 字节");
             bool body = (!length.empty() && length.find_first_not_of('0') != std::string::npos) || req.has_header("Transfer-Encoding");
             if (req.method != "POST" && body) return refuse(400, "请求格式错误: " + escapedForLog(req.method) + " 请求不带请求体");
+            // The page and the control routes answer only under the address
+            // the sandbox listens on (no other site's name resolving to it),
+            // and take POSTs from its own page only.
+            if (req.path.rfind("/sandbox", 0) == 0) {
+                note.journaled = false;
+                if (!ownHost(req.get_header_value("Host"))) return refuse(403, "拒绝访问: 只在本机地址上回答");
+                const std::string& origin = req.get_header_value("Origin");
+                if (req.method == "POST" && !origin.empty() && (origin.rfind("http://", 0) != 0 || !ownHost(origin.substr(7))))
+                    return refuse(403, "拒绝访问: 只接受本页的请求");
+            }
             return httplib::Server::HandlerResponse::Unhandled;
         });
         // Journaled as the reply is about to be written, so that a client
@@ -703,6 +737,17 @@ struct Sandbox::Impl {
         server.Get("/manifest.plist", [this](const httplib::Request&, httplib::Response& res) {
             std::lock_guard lock(mutex);
             send(res, manifestPlist(manifestVersion, manifestNote), "application/xml");
+        });
+
+        // The page, from the files built in.
+        server.Get("/sandbox", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/sandbox/"); });
+        server.Get(R"(/sandbox/(|page\.css|page\.js|favicon\.svg))", [](const httplib::Request& req, httplib::Response& res) {
+            std::string name = req.matches[1].length() ? std::string(req.matches[1]) : "index.html";
+            auto [content, type] = *pageFile(name);
+            res.set_header("Content-Security-Policy", "default-src 'self'; object-src 'none'; frame-ancestors 'none'; base-uri 'none'");
+            res.set_header("X-Content-Type-Options", "nosniff");
+            res.set_header("Cache-Control", "no-cache");
+            send(res, std::string(content), type);
         });
 
         // The control routes: answers in the envelope, not journaled.

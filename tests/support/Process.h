@@ -1,5 +1,5 @@
-// The veltrane command line run in the background by a test, its output read
-// as it comes, and stopped with a signal.
+// The veltrane command line (or another program) run in the background by a
+// test, its output read as it comes, and stopped with a signal.
 #pragma once
 
 #include <fcntl.h>
@@ -19,7 +19,9 @@ namespace veltrane::test {
 // it comes.
 class Process {
 public:
-    explicit Process(const std::vector<std::string>& arguments) {
+    explicit Process(const std::vector<std::string>& arguments) : Process(VELTRANE_CLI, arguments) {}
+    // Any program, found on the PATH.
+    Process(const std::string& program, const std::vector<std::string>& arguments) {
         int out[2];
         if (pipe(out) != 0) throw std::runtime_error("pipe");
         pid_ = fork();
@@ -27,10 +29,10 @@ public:
             dup2(out[1], STDOUT_FILENO);
             dup2(out[1], STDERR_FILENO);
             close(out[0]);
-            std::vector<char*> argv{const_cast<char*>(VELTRANE_CLI)};
+            std::vector<char*> argv{const_cast<char*>(program.c_str())};
             for (const std::string& a : arguments) argv.push_back(const_cast<char*>(a.c_str()));
             argv.push_back(nullptr);
-            execv(VELTRANE_CLI, argv.data());
+            execvp(program.c_str(), argv.data());
             _exit(127);
         }
         close(out[1]);
