@@ -3,8 +3,6 @@
 #pragma once
 
 #include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include <filesystem>
 #include <memory>
@@ -13,6 +11,7 @@
 
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/platform/Encodings.h"
+#include "support/Loopback.h"
 #include "support/Process.h"
 
 namespace veltrane::test {
@@ -27,7 +26,7 @@ public:
         for (const char* program : {"/usr/bin/chromium", "/usr/bin/chromedriver"})
             if (!std::filesystem::exists(program))
                 throw std::runtime_error(std::string(program) + " is missing: scripts/bootstrap installs chromium and chromium-driver");
-        int port = freePort();
+        int port = closedPort();  // free now; chromedriver takes it
         driver_ = std::make_unique<Process>("chromedriver", std::vector<std::string>{"--port=" + std::to_string(port)});
         if (!driver_->waitFor("started successfully")) throw std::runtime_error("chromedriver did not start: " + driver_->output);
         client_ = std::make_unique<httplib::Client>("127.0.0.1", port);
@@ -77,17 +76,6 @@ public:
     }
 
 private:
-    static int freePort() {
-        int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-        ::close(fd);
-        return ntohs(address.sin_port);
-    }
     std::string at(const std::string& path) const { return "/session/" + session_ + path; }
     std::string find(const std::string& selector) {
         Value found = command("POST", at("/element"), Dictionary{{"using", "css selector"}, {"value", selector}});
