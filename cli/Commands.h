@@ -22,4 +22,8 @@ std::vector<Command> addSandboxCommands(CLI::App& app, const bool& revealPersona
 // until Ctrl-C) and update-check (a manifest against a local version).
 std::vector<Command> addMessagingCommands(CLI::App& app);
 
+// `veltrane --version`: the library's version, then libcurl's, SQLite's,
+// simdjson's and libplist's, a line each.
+std::string versions();
+
 } // namespace veltrane::cli

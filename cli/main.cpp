@@ -217,7 +217,7 @@ int uploadCommand(const UploadArguments& a) {
 int main(int argc, char** argv) {
     CLI::App app{"veltrane: the command line of the Veltrane library — a sandbox dealer server, one request through the gateway, a "
                  "counter sale walked through the library, the push-message poller and the update check"};
-    app.set_version_flag("--version", std::string("veltrane ") + VELTRANE_VERSION_STRING);
+    app.set_version_flag("--version", cli::versions());
     app.require_subcommand(1, 1);
     app.fallthrough();  // the options below may follow the command too
     bool reveal = false;

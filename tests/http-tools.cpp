@@ -13,6 +13,7 @@
 #include <fstream>
 
 #include "sandbox/Sandbox.h"
+#include "veltrane/Version.h"
 #include "support/Heap.h"
 #include "support/SandboxTest.h"
 #include "veltrane/foundation/Tag.h"
@@ -59,7 +60,10 @@ TEST_F(Tools, TheCommandLineBehavesLikeOne) {
         {"sandbox --help", 0, "/sandbox/fault"},
         {"call --help", 0, "--list"},
         {"demo --help", 0, "--server"},
-        {"--version", 0, "veltrane 1.0.0"},
+        {"--version", 0, "veltrane " VELTRANE_VERSION_STRING "\nlibcurl "},
+        {"--version", 0, "\nSQLite 3."},
+        {"--version", 0, "\nsimdjson 3."},
+        {"--version", 0, "\nlibplist 2."},
         {"", 2, "subcommand"},
         {"frob", 2, "unknown command \"frob\""},
         {"sandbox --port abc", 2, "--port"},

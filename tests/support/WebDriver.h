@@ -64,7 +64,8 @@ public:
     // The console's messages at level SEVERE: script errors, failed loads.
     std::vector<std::string> consoleErrors() {
         std::vector<std::string> errors;
-        for (const Value& e : command("POST", at("/se/log"), Dictionary{{"type", "browser"}}).asArray())
+        Value log = command("POST", at("/se/log"), Dictionary{{"type", "browser"}});
+        for (const Value& e : log.asArray())
             if (e.asDictionary().optString("level") == "SEVERE") errors.emplace_back(e.asDictionary().optString("message").value_or(""));
         return errors;
     }
