@@ -1,4 +1,5 @@
-// A billing option (agreement) available for a plan item.
+/// @file
+/// A billing option (agreement) available for a plan item.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +14,7 @@ namespace veltrane {
 
 class BillingOption : public RawRecord {
 public:
-    // Keeps a one-level copy of the dictionary.
+    /// Keeps a one-level copy of the dictionary.
     explicit BillingOption(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
 
     int32_t ID() const { return raw_.optInt("AgreementID"); }
@@ -23,11 +24,11 @@ public:
     std::optional<std::string> description() const { return text("AgreementDesc"); }
     void setDescription(std::optional<std::string> v) { setText("AgreementDesc", std::move(v)); }
     float price() const { return raw_.optFloat("Price"); }
-    // Stored as a float: the fraction is kept.
+    /// Stored as a float: the fraction is kept.
     void setPrice(float v) { raw_.set("Price", NSBoxFloat(v)); }
 
-    // GET "getBillingOptions" with "planItemID" and "companyID"; one bad
-    // option fails the whole list.
+    /// GET "getBillingOptions" with "planItemID" and "companyID"; one bad
+    /// option fails the whole list.
     static void listWithPlanItemID(int32_t planItemID, int32_t andCompanyID, ResultCallback<std::vector<BillingOption>> callback);
 };
 

@@ -1,5 +1,6 @@
-// A subscriber's record in the operator's customer-relationship system: who
-// owns a service number and under which identity.
+/// @file
+/// A subscriber's record in the operator's customer-relationship system: who
+/// owns a service number and under which identity.
 #pragma once
 
 #include <optional>
@@ -12,13 +13,13 @@ namespace veltrane {
 
 class CRMInfo : public RawRecord {
 public:
-    // An empty record whose dictionary is read-only: its setters throw ValueError.
+    /// An empty record whose dictionary is read-only: its setters throw ValueError.
     CRMInfo() : RawRecord(Dictionary().immutableCopy(), Keeps::shared) {}
-    // Keeps the very dictionary given; setters write into it.
+    /// Keeps the very dictionary given; setters write into it.
     explicit CRMInfo(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::shared) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::shared); }
 
-    // Every property is text, read live; setting nothing removes the key.
+    /// Every property is text, read live; setting nothing removes the key.
     std::optional<std::string> customerID() const { return text("CustomerID"); }
     void setCustomerID(std::optional<std::string> v) { setText("CustomerID", std::move(v)); }
     std::optional<std::string> customerName() const { return text("CustomerName"); }
@@ -38,9 +39,9 @@ public:
     std::optional<std::string> accountNumber() const { return text("AccountNumber"); }
     void setAccountNumber(std::optional<std::string> v) { setText("AccountNumber", std::move(v)); }
 
-    // GET "checkCRMInfo" with "number" and "userID" (the signed-in user's ID,
-    // word-sized; 0 when nobody is signed in). Success needs a dictionary as
-    // data: anything else gives (false, the server's message, nothing).
+    /// GET "checkCRMInfo" with "number" and "userID" (the signed-in user's ID,
+    /// word-sized; 0 when nobody is signed in). Success needs a dictionary as
+    /// data: anything else gives (false, the server's message, nothing).
     static void checkWithBusinessNumber(std::string number, ResultCallback<CRMInfo> andCallback);
 };
 

@@ -1,5 +1,6 @@
-// A compound (bundle) package that can be added to a plan item, identified by
-// its ID.
+/// @file
+/// A compound (bundle) package that can be added to a plan item, identified by
+/// its ID.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +16,7 @@ namespace veltrane {
 
 class Compound : public RawRecord {
 public:
-    // Keeps a one-level copy of the dictionary.
+    /// Keeps a one-level copy of the dictionary.
     explicit Compound(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
@@ -24,21 +25,21 @@ public:
     std::optional<std::string> name() const { return text("PackageName"); }
     void setName(std::optional<std::string> v) { setText("PackageName", std::move(v)); }
     float price() const { return raw_.optFloat("Price"); }
-    // Stored as a whole number: 19.9 is stored as 19.
+    /// Stored as a whole number: 19.9 is stored as 19.
     void setPrice(float v) { raw_.set("Price", NSBoxLong(truncateToLong(v))); }
 
-    // Packages are the same when their IDs are; names and prices are not compared.
+    /// Packages are the same when their IDs are; names and prices are not compared.
     bool isEqual(const Compound& other) const { return this == &other || ID() == other.ID(); }
     long hash() const { return ID(); }
-    // A new package with its own copy of this one's dictionary.
+    /// A new package with its own copy of this one's dictionary.
     Compound copy() const { return Compound(raw_); }
     friend bool operator==(const Compound& a, const Compound& b) { return a.isEqual(b); }
 
-    // GET "listCompounds" with "planItemID" and "typeID"; data JSON null
-    // means no packages (an empty list).
+    /// GET "listCompounds" with "planItemID" and "typeID"; data JSON null
+    /// means no packages (an empty list).
     static void listWithPlanItemID(int32_t planItemID, int32_t andTypeID, ResultCallback<std::vector<Compound>> callback);
-    // GET "getCompoundDetail" with "ID": the reply's data as it stands on
-    // success, nothing on failure.
+    /// GET "getCompoundDetail" with "ID": the reply's data as it stands on
+    /// success, nothing on failure.
     static void getDetailWithCompoundID(int32_t compoundID, ResultCallback<Value> callback);
 };
 

@@ -1,4 +1,5 @@
-// A kind of compound package (data, voice, video...), identified by its ID.
+/// @file
+/// A kind of compound package (data, voice, video...), identified by its ID.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace veltrane {
 
 class CompoundType : public RawRecord {
 public:
-    // Keeps a one-level copy of the dictionary.
+    /// Keeps a one-level copy of the dictionary.
     explicit CompoundType(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
@@ -23,14 +24,14 @@ public:
     std::optional<std::string> name() const { return text("Name"); }
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
 
-    // Package types are the same when their IDs are; names are not compared.
+    /// Package types are the same when their IDs are; names are not compared.
     bool isEqual(const CompoundType& other) const { return this == &other || ID() == other.ID(); }
     long hash() const { return ID(); }
-    // A new type with its own copy of this one's dictionary.
+    /// A new type with its own copy of this one's dictionary.
     CompoundType copy() const { return CompoundType(raw_); }
     friend bool operator==(const CompoundType& a, const CompoundType& b) { return a.isEqual(b); }
 
-    // GET "listCompoundTypes" with no parameter dictionary at all.
+    /// GET "listCompoundTypes" with no parameter dictionary at all.
     static void listWithCallback(ResultCallback<std::vector<CompoundType>> callback);
 };
 

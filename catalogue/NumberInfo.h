@@ -1,5 +1,6 @@
-// A phone number on offer: listed page by page, locked while it is being
-// sold, unlocked when the sale is abandoned, and sent with an order.
+/// @file
+/// A phone number on offer: listed page by page, locked while it is being
+/// sold, unlocked when the sale is abandoned, and sent with an order.
 #pragma once
 
 #include <cstdint>
@@ -15,11 +16,11 @@ namespace veltrane {
 
 class NumberInfo {
 public:
-    // An empty number (an empty dictionary behind it).
+    /// An empty number (an empty dictionary behind it).
     NumberInfo() = default;
-    // Shares the dictionary and copies "Phone" and "UIM" (as they stand),
-    // "Rank" (integer value) and "Prestore" (float value); absent numbers are
-    // 0, a null or container where a number is read throws ValueError.
+    /// Shares the dictionary and copies "Phone" and "UIM" (as they stand),
+    /// "Rank" (integer value) and "Prestore" (float value); absent numbers are
+    /// 0, a null or container where a number is read throws ValueError.
     explicit NumberInfo(const Dictionary& dictionary);
 
     const std::optional<Value>& phoneNumber() const noexcept { return phoneNumber_; }
@@ -31,28 +32,28 @@ public:
     const std::optional<Value>& UIM() const noexcept { return UIM_; }
     void setUIM(std::optional<Value> v) { UIM_ = std::move(v); }
 
-    // What is sent with an order: a read-only copy of the dictionary with
-    // "Prestore" and "Price" set to prefund() (as floats: the price sent is the
-    // prepaid amount), "Phone" and "AccountNumber" to phoneNumber(), and, when
-    // UIM() is present, "UIM" and "UimCode" to it. The dictionary is unchanged.
+    /// What is sent with an order: a read-only copy of the dictionary with
+    /// "Prestore" and "Price" set to prefund() (as floats: the price sent is the
+    /// prepaid amount), "Phone" and "AccountNumber" to phoneNumber(), and, when
+    /// UIM() is present, "UIM" and "UimCode" to it. The dictionary is unchanged.
     Dictionary raw() const;
     void setRaw(const Dictionary& dictionary) { dictionary_ = dictionary; }
 
-    // Equal when both phone numbers are present and are the same text.
+    /// Equal when both phone numbers are present and are the same text.
     bool isEqual(const NumberInfo& other) const;
 
-    // GET "getPhonePages": "companyid", "rank", "PlanType" (only for networks 1
-    // and 2), "NetType" (the device filter, unsigned), "p", and "keyword" when
-    // keywords are given (unescaped; "" is sent). The result is a page of numbers.
+    /// GET "getPhonePages": "companyid", "rank", "PlanType" (only for networks 1
+    /// and 2), "NetType" (the device filter, unsigned), "p", and "keyword" when
+    /// keywords are given (unescaped; "" is sent). The result is a page of numbers.
     static void listWithCompany(int32_t company, unsigned long andNetwork, unsigned long andDevice, int32_t andRank,
                                 std::optional<std::string> byKeywords, int32_t atPage, ResultCallback<DataPage<NumberInfo>> callback);
-    // POST "postLockPhone" / "postUnLockPhone" with exactly "companyid" and "phone".
+    /// POST "postLockPhone" / "postUnLockPhone" with exactly "companyid" and "phone".
     static void lockPhoneNumber(std::string phoneNumber, int32_t ofCompany, FlagCallback callback);
     static void unlockPhoneNumber(std::string phoneNumber, int32_t ofCompany, FlagCallback callback);
 
-    // A number rebuilt from an action-form order's info: its keys plus "Phone"
-    // from "AccountNumber", "Prestore" from "Price" and "UIM" from the text of
-    // "UimCode" (a missing source removes the key). Throws as the constructor.
+    /// A number rebuilt from an action-form order's info: its keys plus "Phone"
+    /// from "AccountNumber", "Prestore" from "Price" and "UIM" from the text of
+    /// "UimCode" (a missing source removes the key). Throws as the constructor.
     static NumberInfo loadFromActionOrderInfo(const Dictionary& info);
 
 private:
@@ -63,12 +64,12 @@ private:
     std::optional<Value> UIM_;
 };
 
-// "13912345678" as "139 1234 5678": the first 3 UTF-16 units, the next 4 and
-// the rest, joined by blanks. Text shorter than 7 units comes back unchanged.
+/// "13912345678" as "139 1234 5678": the first 3 UTF-16 units, the next 4 and
+/// the rest, joined by blanks. Text shorter than 7 units comes back unchanged.
 std::string stringFormattedAsPhoneNumber(std::string_view phoneNumber);
 
-// The display name of a network type: 0 "全部网络", 1 "省内CRM(3G)",
-// 2 "集团CRM(4G)"; nothing for any other type.
+/// The display name of a network type: 0 "全部网络", 1 "省内CRM(3G)",
+/// 2 "集团CRM(4G)"; nothing for any other type.
 std::optional<std::string> stringForNumberType(unsigned long type);
 
 } // namespace veltrane

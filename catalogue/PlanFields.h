@@ -1,5 +1,6 @@
-// The properties that plans and plan items share, read and written live in
-// their dictionary: "ID", "Name" and "PlanType".
+/// @file
+/// The properties that plans and plan items share, read and written live in
+/// their dictionary: "ID", "Name" and "PlanType".
 #pragma once
 
 #include <cstdint>
@@ -10,14 +11,14 @@
 
 namespace veltrane {
 
-// Record is the record type itself, so that plans and plan items stay
-// distinct types.
+/// Record is the record type itself, so that plans and plan items stay
+/// distinct types.
 template <class Record>
 class PlanFields : public RawRecord {
 public:
-    // A new, empty, writable dictionary.
+    /// A new, empty, writable dictionary.
     PlanFields() = default;
-    // Keeps a one-level copy of the dictionary.
+    /// Keeps a one-level copy of the dictionary.
     explicit PlanFields(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
@@ -25,7 +26,7 @@ public:
     void setID(int32_t v) { raw_.set("ID", NSBoxInt(v)); }
     std::optional<std::string> name() const { return text("Name"); }
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
-    // Read as 32 bits and sign-extended; written narrowed to 32 bits.
+    /// Read as 32 bits and sign-extended; written narrowed to 32 bits.
     long type() const { return raw_.optInt("PlanType"); }
     void setType(long v) { raw_.set("PlanType", NSBoxInt(static_cast<int32_t>(v))); }
 };

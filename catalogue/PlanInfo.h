@@ -1,4 +1,5 @@
-// A tariff plan of the catalogue.
+/// @file
+/// A tariff plan of the catalogue.
 #pragma once
 
 #include <vector>
@@ -12,7 +13,7 @@ class PlanInfo : public PlanFields<PlanInfo> {
 public:
     using PlanFields::PlanFields;
 
-    // GET "getPlanList" with "companyid"; one bad plan fails the whole list.
+    /// GET "getPlanList" with "companyid"; one bad plan fails the whole list.
     static void listWithCompany(int32_t company, ResultCallback<std::vector<PlanInfo>> callback);
 };
 

@@ -1,4 +1,5 @@
-// A plan project (plan item) offered under a plan, with its long description.
+/// @file
+/// A plan project (plan item) offered under a plan, with its long description.
 #pragma once
 
 #include <optional>
@@ -14,12 +15,12 @@ class PlanItem : public PlanFields<PlanItem> {
 public:
     using PlanFields::PlanFields;
 
-    // GET "getPlanProjectPages" with "companyid", "planid", and "keyword" (as
-    // it is) when keywords are present and not empty. A list, not a page: data
-    // that is not an array gives an empty list; one bad item fails the list.
+    /// GET "getPlanProjectPages" with "companyid", "planid", and "keyword" (as
+    /// it is) when keywords are present and not empty. A list, not a page: data
+    /// that is not an array gives an empty list; one bad item fails the list.
     static void listWithCompany(int32_t company, int32_t andPlan, std::optional<std::string> andKeywords,
                                 ResultCallback<std::vector<PlanItem>> callback);
-    // GET "getPlanProjectInfo" with "id": the value under "Description" as it stands.
+    /// GET "getPlanProjectInfo" with "id": the value under "Description" as it stands.
     static void getDescriptionOfItem(int32_t itemID, ResultCallback<Value> callback);
 };
 

@@ -1,4 +1,5 @@
-// A network resource at an address, and whether it is available.
+/// @file
+/// A network resource at an address, and whether it is available.
 #pragma once
 
 #include <cstdint>
@@ -13,10 +14,10 @@ namespace veltrane {
 class TelecomResource {
 public:
     TelecomResource() = default;
-    // Copies "name" (as it stands); the integer value of "type" (absent is 0)
-    // makes a telephone resource (0), a broadband one (1), both (2) or neither;
-    // available is the integer value of "code" not being 0 (absent: false).
-    // Null or a container under "type" or "code" throws ValueError.
+    /// Copies "name" (as it stands); the integer value of "type" (absent is 0)
+    /// makes a telephone resource (0), a broadband one (1), both (2) or neither;
+    /// available is the integer value of "code" not being 0 (absent: false).
+    /// Null or a container under "type" or "code" throws ValueError.
     explicit TelecomResource(const Dictionary& dictionary);
 
     const std::optional<Value>& name() const noexcept { return name_; }
@@ -28,8 +29,8 @@ public:
     bool available() const noexcept { return available_; }
     void setAvailable(bool v) noexcept { available_ = v; }
 
-    // GET "getResourceConfirm" with "areaCode", "siteID" and "addressID" (the
-    // third argument is the address, whatever its name says).
+    /// GET "getResourceConfirm" with "areaCode", "siteID" and "addressID" (the
+    /// third argument is the address, whatever its name says).
     static void list(int32_t areaCode, int32_t andSiteID, int32_t andSubAreaID, ResultCallback<std::vector<TelecomResource>> callback);
 
 private:

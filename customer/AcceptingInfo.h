@@ -1,5 +1,6 @@
-// Who in the accepting centre took an order over, with a contact number and
-// the time.
+/// @file
+/// Who in the accepting centre took an order over, with a contact number and
+/// the time.
 #pragma once
 
 #include <optional>
@@ -13,8 +14,8 @@ namespace veltrane {
 
 class AcceptingInfo {
 public:
-    // Keeps the very dictionary given; copies "UserName", "Phone" and "AcpName"
-    // as text and "CreateTime" as whole seconds since 1970 (absent: 1970).
+    /// Keeps the very dictionary given; copies "UserName", "Phone" and "AcpName"
+    /// as text and "CreateTime" as whole seconds since 1970 (absent: 1970).
     explicit AcceptingInfo(const Dictionary& dictionary)
         : raw_(dictionary),
           userName_(dictionary.optString("UserName")),
@@ -23,16 +24,16 @@ public:
           createTime_(Date::dateWithTimeIntervalSince1970(static_cast<double>(dictionary.optLong("CreateTime")))) {}
 
     const Dictionary& raw() const noexcept { return raw_; }
-    // The person who accepted the order.
+    /// The person who accepted the order.
     const std::optional<std::string>& userName() const noexcept { return userName_; }
-    // From "Phone".
+    /// From "Phone".
     const std::optional<std::string>& contactTel() const noexcept { return contactTel_; }
     const std::optional<std::string>& acceptingCenterName() const noexcept { return acceptingCenterName_; }
     Date createTime() const noexcept { return createTime_; }
 
-    // GET "getAcceptUserInfo" with "SN". A reply whose "code" is not 0 gives
-    // the record under its "data"; code 0 (not accepted yet) is a success
-    // with nothing.
+    /// GET "getAcceptUserInfo" with "SN". A reply whose "code" is not 0 gives
+    /// the record under its "data"; code 0 (not accepted yet) is a success
+    /// with nothing.
     static void getWithSN(std::string SN, ResultCallback<AcceptingInfo> callback);
 
 private:

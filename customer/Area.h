@@ -1,4 +1,5 @@
-// One node of the operator's area tree: a city, or a district under it.
+/// @file
+/// One node of the operator's area tree: a city, or a district under it.
 #pragma once
 
 #include <cstdint>
@@ -12,11 +13,11 @@ namespace veltrane {
 
 class Area {
 public:
-    // ID 0, no title, an empty dictionary.
+    /// ID 0, no title, an empty dictionary.
     Area() = default;
-    // Keeps the very dictionary given; copies "ID" (its own integer reading:
-    // a number or a text of digits; absent gives 0; JSON null or a container
-    // throws ValueError) and "Title" as it stands.
+    /// Keeps the very dictionary given; copies "ID" (its own integer reading:
+    /// a number or a text of digits; absent gives 0; JSON null or a container
+    /// throws ValueError) and "Title" as it stands.
     explicit Area(const Dictionary& dictionary) : ID_(dictionary.intValue("ID")), title_(dictionary.optValue("Title")), raw_(dictionary) {}
 
     int32_t ID() const noexcept { return ID_; }
@@ -26,8 +27,8 @@ public:
     const Dictionary& raw() const noexcept { return raw_; }
     void setRaw(const Dictionary& v) { raw_ = v; }
 
-    // GET "getTelecomArea" with "pid" (32-bit): the children of that area.
-    // An element that is not an area is dropped with its log line.
+    /// GET "getTelecomArea" with "pid" (32-bit): the children of that area.
+    /// An element that is not an area is dropped with its log line.
     static void list(int32_t parentID, ResultCallback<std::vector<Area>> callback);
 
 private:

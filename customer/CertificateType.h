@@ -1,5 +1,6 @@
-// A kind of identity certificate the server offers for choice, with its sort
-// position.
+/// @file
+/// A kind of identity certificate the server offers for choice, with its sort
+/// position.
 #pragma once
 
 #include <cstdint>
@@ -14,24 +15,24 @@ namespace veltrane {
 
 class CertificateType : public RawRecord {
 public:
-    // A new, empty, writable dictionary.
+    /// A new, empty, writable dictionary.
     CertificateType() = default;
-    // Keeps a one-level copy of the dictionary: the caller's later changes do
-    // not reach the record, nor its writes the caller.
+    /// Keeps a one-level copy of the dictionary: the caller's later changes do
+    /// not reach the record, nor its writes the caller.
     explicit CertificateType(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
-    // Read as 32 bits and sign-extended; written whole.
+    /// Read as 32 bits and sign-extended; written whole.
     long ID() const { return raw_.optInt("ID"); }
     void setID(long v) { raw_.set("ID", NSBoxLong(v)); }
-    // Setting nothing removes the key.
+    /// Setting nothing removes the key.
     std::optional<std::string> Name() const { return text("Name"); }
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
     int32_t Sort() const { return raw_.optInt("Sort"); }
     void setSort(int32_t v) { raw_.set("Sort", NSBoxInt(v)); }
 
-    // GET "getCertificateList" with no parameter dictionary at all: one type
-    // per element of the reply, in order; one bad element fails the list.
+    /// GET "getCertificateList" with no parameter dictionary at all: one type
+    /// per element of the reply, in order; one bad element fails the list.
     static void list(ResultCallback<std::vector<CertificateType>> callback);
 };
 

@@ -1,4 +1,5 @@
-// One line of the paged list of identity cards stored for a company.
+/// @file
+/// One line of the paged list of identity cards stored for a company.
 #pragma once
 
 #include <cstdint>
@@ -14,21 +15,21 @@ namespace veltrane {
 class IDCardIndex {
 public:
     IDCardIndex() = default;
-    // Copies "ID" (32-bit), "Name" and "Number" (as text).
+    /// Copies "ID" (32-bit), "Name" and "Number" (as text).
     explicit IDCardIndex(const Dictionary& dictionary)
         : ID_(dictionary.optInt("ID")), name_(dictionary.optString("Name")), serial_(dictionary.optString("Number")) {}
 
-    // The index to fetch the card with (IDCardInfo::getCardInfoWithIndex).
+    /// The index to fetch the card with (IDCardInfo::getCardInfoWithIndex).
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
     const std::optional<std::string>& name() const noexcept { return name_; }
     void setName(std::optional<std::string> v) { name_ = std::move(v); }
-    // The card number.
+    /// The card number.
     const std::optional<std::string>& serial() const noexcept { return serial_; }
     void setSerial(std::optional<std::string> v) { serial_ = std::move(v); }
 
-    // GET "getIdcardPages" with "companyid" (32-bit), no page number (the
-    // server's first page): a page of card lines.
+    /// GET "getIdcardPages" with "companyid" (32-bit), no page number (the
+    /// server's first page): a page of card lines.
     static void listWithCompanyID(int32_t companyID, ResultCallback<DataPage<IDCardIndex>> callback);
 
 private:

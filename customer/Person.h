@@ -1,6 +1,7 @@
-// The customer, or the agent who acts for the customer, as the sales screens
-// fill them in: name, address, identity number and the card's two photos
-// (local cache paths and server addresses). No server call of its own.
+/// @file
+/// The customer, or the agent who acts for the customer, as the sales screens
+/// fill them in: name, address, identity number and the card's two photos
+/// (local cache paths and server addresses). No server call of its own.
 #pragma once
 
 #include <optional>
@@ -11,12 +12,12 @@ namespace veltrane {
 
 class Person {
 public:
-    // Every property the empty text "", so that a new person is empty and
-    // every property can be measured at once.
+    /// Every property the empty text "", so that a new person is empty and
+    /// every property can be measured at once.
     Person();
 
-    // Texts as a rule; a person read from an order holds the server's values
-    // as they stand (a number or JSON null included), and nothing means unset.
+    /// Texts as a rule; a person read from an order holds the server's values
+    /// as they stand (a number or JSON null included), and nothing means unset.
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
     const std::optional<Value>& address() const noexcept { return address_; }
@@ -32,10 +33,10 @@ public:
     const std::optional<Value>& idCardPhotoBackUrl() const noexcept { return idCardPhotoBackUrl_; }
     void setIdCardPhotoBackUrl(std::optional<Value> v) { idCardPhotoBackUrl_ = std::move(v); }
 
-    // Whether name, address, identity number and the two photo addresses are
-    // all empty (their lengths add up to 0). The two cache paths do not
-    // count: a person with locally cached photos only is still empty. Unset
-    // and JSON null count 0; a value that is not text counts as present.
+    /// Whether name, address, identity number and the two photo addresses are
+    /// all empty (their lengths add up to 0). The two cache paths do not
+    /// count: a person with locally cached photos only is still empty. Unset
+    /// and JSON null count 0; a value that is not text counts as present.
     bool isEmpty() const;
 
 private:

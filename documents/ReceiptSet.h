@@ -1,4 +1,5 @@
-// The receipt files of one order, grouped.
+/// @file
+/// The receipt files of one order, grouped.
 #pragma once
 
 #include <cstdint>
@@ -13,10 +14,10 @@ namespace veltrane {
 
 class ReceiptSet {
 public:
-    // Keeps the very dictionary given; copies "DisplayIndex" (32-bit),
-    // "OrderID" (64-bit), "SN" (text), and one Receipt per element of
-    // "Files", in order (none without "Files"). An element that is not a
-    // dictionary throws ValueError ("Files[2]: ...").
+    /// Keeps the very dictionary given; copies "DisplayIndex" (32-bit),
+    /// "OrderID" (64-bit), "SN" (text), and one Receipt per element of
+    /// "Files", in order (none without "Files"). An element that is not a
+    /// dictionary throws ValueError ("Files[2]: ...").
     explicit ReceiptSet(const Dictionary& dictionary);
 
     const Dictionary& raw() const noexcept { return raw_; }

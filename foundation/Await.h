@@ -1,7 +1,8 @@
-// Waiting on the calling thread for a completion that arrives on another,
-// for command-line tools and tests. Never call it on the thread that delivers
-// the completion (or on the main queue's thread when the operation delivers
-// there): it would wait for itself.
+/// @file
+/// Waiting on the calling thread for a completion that arrives on another,
+/// for command-line tools and tests. Never call it on the thread that delivers
+/// the completion (or on the main queue's thread when the operation delivers
+/// there): it would wait for itself.
 #pragma once
 
 #include <chrono>
@@ -28,9 +29,9 @@ struct FlagOutcome {
     bool flag = false;
 };
 
-// Calls start with a completion and waits for its first call, at most limit;
-// no call in time gives (false, "no answer within <limit> s", nothing). Later
-// calls of the completion are ignored.
+/// Calls start with a completion and waits for its first call, at most limit;
+/// no call in time gives (false, "no answer within <limit> s", nothing). Later
+/// calls of the completion are ignored.
 template <class T, class Start>
 Outcome<T> await(Start start, std::chrono::seconds limit = std::chrono::seconds(60)) {
     auto promise = std::make_shared<std::promise<Outcome<T>>>();
@@ -44,7 +45,7 @@ Outcome<T> await(Start start, std::chrono::seconds limit = std::chrono::seconds(
     return future.get();
 }
 
-// The same for a FlagCallback.
+/// The same for a FlagCallback.
 template <class Start>
 FlagOutcome awaitFlag(Start start, std::chrono::seconds limit = std::chrono::seconds(60)) {
     Outcome<bool> o = await<bool>(

@@ -1,4 +1,5 @@
-// The exported boxing helpers: numbers of a chosen kind, and null for nothing.
+/// @file
+/// The exported boxing helpers: numbers of a chosen kind, and null for nothing.
 #pragma once
 
 #include <optional>
@@ -13,7 +14,7 @@ Value NSBoxFloat(float v) noexcept;
 Value NSBoxDouble(double v) noexcept;
 Value NSBoxUnsignedLong(unsigned long v) noexcept;
 
-// The value itself when one is given; JSON null when nothing is given.
+/// The value itself when one is given; JSON null when nothing is given.
 Value NSGuardNil(std::optional<Value> v);
 
 template <class T>

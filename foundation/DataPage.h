@@ -1,5 +1,6 @@
-// One page of a paged server list: the envelope's counters and its rows,
-// converted into records.
+/// @file
+/// One page of a paged server list: the envelope's counters and its rows,
+/// converted into records.
 #pragma once
 
 #include <cstdint>
@@ -15,17 +16,17 @@ namespace veltrane {
 template <class T>
 class DataPage {
 public:
-    // Turns one row into a record; returning nothing is an error.
+    /// Turns one row into a record; returning nothing is an error.
     using Conversion = std::function<std::optional<T>(const Value&)>;
 
     DataPage() = default;
 
-    // Reads "count", "totalPages", "totalRows" and "nowPage" (numbers or numeric
-    // text; absent gives 0; null throws ValueError). With a conversion and an
-    // array under "data", converts every row in order; an exception from the
-    // conversion ends construction (a ValueError located at its row,
-    // "data[3].Rank: ..."). Otherwise data() stays nothing, which is not the
-    // same as an empty page.
+    /// Reads "count", "totalPages", "totalRows" and "nowPage" (numbers or numeric
+    /// text; absent gives 0; null throws ValueError). With a conversion and an
+    /// array under "data", converts every row in order; an exception from the
+    /// conversion ends construction (a ValueError located at its row,
+    /// "data[3].Rank: ..."). Otherwise data() stays nothing, which is not the
+    /// same as an empty page.
     DataPage(const Dictionary& dictionary, const Conversion& andDataConvertionBlock)
         : count_(dictionary.intValue("count")),
           totalPages_(dictionary.intValue("totalPages")),

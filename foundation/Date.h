@@ -1,6 +1,7 @@
-// The library's one date type: an instant as seconds since 1970-01-01
-// 00:00:00 UTC, kept as a double so that a fraction given by the server stays
-// (records that read whole seconds make whole-second dates).
+/// @file
+/// The library's one date type: an instant as seconds since 1970-01-01
+/// 00:00:00 UTC, kept as a double so that a fraction given by the server stays
+/// (records that read whole seconds make whole-second dates).
 #pragma once
 
 #include <chrono>
@@ -14,15 +15,15 @@ public:
     using Seconds = std::chrono::duration<double>;
     using TimePoint = std::chrono::time_point<std::chrono::system_clock, Seconds>;
 
-    // 1970-01-01 00:00:00 UTC.
+    /// 1970-01-01 00:00:00 UTC.
     constexpr Date() noexcept = default;
     static constexpr Date dateWithTimeIntervalSince1970(double seconds) noexcept { return Date(seconds); }
 
     constexpr double timeIntervalSince1970() const noexcept { return seconds_; }
     constexpr TimePoint timePoint() const noexcept { return TimePoint(Seconds(seconds_)); }
 
-    // "2017-07-14T02:40:00Z" (fractions of a second as ".250" when present),
-    // UTC; dates beyond years 0 to 9999 print their seconds instead.
+    /// "2017-07-14T02:40:00Z" (fractions of a second as ".250" when present),
+    /// UTC; dates beyond years 0 to 9999 print their seconds instead.
     std::string iso8601() const;
 
     friend constexpr auto operator<=>(const Date&, const Date&) = default;

@@ -1,4 +1,5 @@
-// Tolerant conversion of a server list into records, element by element.
+/// @file
+/// Tolerant conversion of a server list into records, element by element.
 #pragma once
 
 #include <exception>
@@ -12,8 +13,8 @@
 
 namespace veltrane {
 
-// Visits the elements of an array in order, or the keys (as strings) of a
-// dictionary. Any other value cannot be enumerated: throws ValueError.
+/// Visits the elements of an array in order, or the keys (as strings) of a
+/// dictionary. Any other value cannot be enumerated: throws ValueError.
 template <class Visit>
 void forEachElement(const Value& receiver, Visit&& visit) {
     if (const Array* array = receiver.arrayIf()) {
@@ -25,11 +26,11 @@ void forEachElement(const Value& receiver, Visit&& visit) {
     }
 }
 
-// Converts every element with block (a function from const Value& to
-// std::optional<T>). An element for which block returns nothing is dropped
-// silently; one for which it throws is dropped with the log line
-// "array convert error:<description>". Throws only when the receiver cannot
-// be enumerated (see forEachElement), before any element is converted.
+/// Converts every element with block (a function from const Value& to
+/// std::optional<T>). An element for which block returns nothing is dropped
+/// silently; one for which it throws is dropped with the log line
+/// "array convert error:<description>". Throws only when the receiver cannot
+/// be enumerated (see forEachElement), before any element is converted.
 template <class Block, class Result = std::invoke_result_t<Block&, const Value&>>
 std::vector<typename Result::value_type> arrayByConvertElementsUsingBlock(const Value& receiver, Block&& block) {
     std::vector<typename Result::value_type> result;
@@ -44,8 +45,8 @@ std::vector<typename Result::value_type> arrayByConvertElementsUsingBlock(const 
     return result;
 }
 
-// The record conversion of the server's lists: a record of type R built from
-// the element, which must be a dictionary (anything else throws ValueError).
+/// The record conversion of the server's lists: a record of type R built from
+/// the element, which must be a dictionary (anything else throws ValueError).
 template <class R>
 std::optional<R> makeRecord(const Value& element) {
     return R(element.asDictionary());

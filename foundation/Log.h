@@ -1,7 +1,8 @@
-// The library's log: plain one-line entries, no levels. By default they go to
-// standard error; the application can route them elsewhere or silence them.
-// Personal data is masked in every entry before any sink sees it, unless the
-// application opts in (see veltrane/foundation/PersonalData.h).
+/// @file
+/// The library's log: plain one-line entries, no levels. By default they go to
+/// standard error; the application can route them elsewhere or silence them.
+/// Personal data is masked in every entry before any sink sees it, unless the
+/// application opts in (see veltrane/foundation/PersonalData.h).
 #pragma once
 
 #include <functional>
@@ -13,16 +14,16 @@ class Value;
 
 using LogSink = std::function<void(std::string_view line)>;
 
-// Writes one entry. Safe from any thread; entries are never interleaved.
+/// Writes one entry. Safe from any thread; entries are never interleaved.
 void log(std::string_view line);
 
-// Writes prefix followed by value, as its description ("%@") or as compact
-// JSON text; the values under keys that hold a person's data are masked
-// first.
+/// Writes prefix followed by value, as its description ("%@") or as compact
+/// JSON text; the values under keys that hold a person's data are masked
+/// first.
 enum class Rendering { description, json };
 void logValue(std::string_view prefix, const Value& value, Rendering rendering = Rendering::description);
 
-// Replaces the sink; an empty function silences the log. Returns the old sink.
+/// Replaces the sink; an empty function silences the log. Returns the old sink.
 LogSink setLogSink(LogSink sink);
 
 } // namespace veltrane

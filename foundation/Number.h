@@ -1,12 +1,13 @@
-// A JSON number that remembers the kind it was made from (32-bit, word-sized,
-// unsigned word-sized, float or double), and every numeric reading of it.
-//
-// Conversion rules, the same everywhere in the library:
-//  - integer to a narrower integer wraps modulo 2^n (two's complement);
-//  - floating to integer truncates toward zero; NaN gives 0 and values beyond
-//    the 64-bit range clamp to its limits, after which the wrap rule narrows;
-//  - integer to floating rounds to nearest.
-// No reading can invoke undefined behaviour.
+/// @file
+/// A JSON number that remembers the kind it was made from (32-bit, word-sized,
+/// unsigned word-sized, float or double), and every numeric reading of it.
+///
+/// Conversion rules, the same everywhere in the library:
+///  - integer to a narrower integer wraps modulo 2^n (two's complement);
+///  - floating to integer truncates toward zero; NaN gives 0 and values beyond
+///    the 64-bit range clamp to its limits, after which the wrap rule narrows;
+///  - integer to floating rounds to nearest.
+/// No reading can invoke undefined behaviour.
 #pragma once
 
 #include <cstdint>
@@ -34,12 +35,12 @@ public:
     double doubleValue() const noexcept;
     bool boolValue() const noexcept;
 
-    // The shortest decimal text that reads back to the same value in the
-    // number's own precision ("0.1" for the float 0.1f, "nan"/"inf" as such).
+    /// The shortest decimal text that reads back to the same value in the
+    /// number's own precision ("0.1" for the float 0.1f, "nan"/"inf" as such).
     std::string text() const;
 
-    // Numeric equality across kinds: 1 (Int32) equals 1.0 (Double); the float
-    // 0.1f does not equal the double 0.1, because their values differ.
+    /// Numeric equality across kinds: 1 (Int32) equals 1.0 (Double); the float
+    /// 0.1f does not equal the double 0.1, because their values differ.
     friend bool operator==(const Number& a, const Number& b) noexcept;
 
 private:
@@ -52,14 +53,14 @@ private:
     };
 };
 
-// Floating to integer by the rule above: truncation toward zero, NaN is 0,
-// out-of-range values clamp to the 64-bit limits.
+/// Floating to integer by the rule above: truncation toward zero, NaN is 0,
+/// out-of-range values clamp to the 64-bit limits.
 int64_t truncateToLong(double v) noexcept;
 uint64_t truncateToUnsignedLong(double v) noexcept;
 
-// Leading numeric readings of text, as the platform reads "12abc" as 12:
-// leading blanks are skipped, the longest prefix that reads as a number is
-// taken, and no prefix gives 0. Integer readings saturate at the 64-bit limits.
+/// Leading numeric readings of text, as the platform reads "12abc" as 12:
+/// leading blanks are skipped, the longest prefix that reads as a number is
+/// taken, and no prefix gives 0. Integer readings saturate at the 64-bit limits.
 int64_t leadingInteger(std::string_view text) noexcept;
 double leadingDouble(std::string_view text) noexcept;
 

@@ -1,10 +1,11 @@
-// The dictionary behind a raw-backed record: kept as a one-level copy or as
-// the caller's very dictionary, with the typed reads and writes that the
-// records' properties are made of.
-//
-// Copying a record object copies the handle: both objects then work on one
-// dictionary, as two references to one record would. Records that offer
-// copy() make an independent one.
+/// @file
+/// The dictionary behind a raw-backed record: kept as a one-level copy or as
+/// the caller's very dictionary, with the typed reads and writes that the
+/// records' properties are made of.
+///
+/// Copying a record object copies the handle: both objects then work on one
+/// dictionary, as two references to one record would. Records that offer
+/// copy() make an independent one.
 #pragma once
 
 #include <optional>
@@ -23,14 +24,14 @@ public:
     const Dictionary& raw() const noexcept { return raw_; }
 
 protected:
-    RawRecord() = default;  // a new, empty, writable dictionary
+    RawRecord() = default;  ///< a new, empty, writable dictionary
     RawRecord(const Dictionary& dictionary, Keeps keeps) : raw_(kept(dictionary, keeps)) {}
     void keep(const Dictionary& dictionary, Keeps keeps) { raw_ = kept(dictionary, keeps); }
     static Dictionary kept(const Dictionary& dictionary, Keeps keeps) { return keeps == Keeps::copy ? dictionary.mutableCopy() : dictionary; }
 
     std::optional<std::string> text(std::string_view key) const { return raw_.optString(key); }
-    // Stores the text, or removes the key for nothing. Throws ValueError on a
-    // read-only dictionary.
+    /// Stores the text, or removes the key for nothing. Throws ValueError on a
+    /// read-only dictionary.
     void setText(std::string_view key, std::optional<std::string> value) {
         raw_.setValue(key, value ? std::optional<Value>(std::move(*value)) : std::nullopt);
     }

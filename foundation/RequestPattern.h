@@ -1,18 +1,19 @@
-// The reply handling that every class operation shares. Each function below
-// takes the caller's completion and returns a Handler; get() and post() send
-// the request through Server and read its reply with that handler, so that an
-// operation is its parameters plus one line naming how its reply is read.
-//
-// Common to all: a gateway failure gives (false, the gateway's message,
-// nothing), the message unchanged. A guarded handler turns an exception
-// raised while converting the reply into (false, "<API name>: <the
-// exception's description>", nothing) — the description says which key and
-// element failed ("getPhonePages: data[3].Rank: null has no integer value")
-// — and an exception from the caller's own completion into (false, its
-// description, nothing): so a completion that throws is called a second
-// time, with false. Unguarded handlers let either exception leave the
-// completion, to the transport that delivered the reply.
-// No handler moves the completion to another thread.
+/// @file
+/// The reply handling that every class operation shares. Each function below
+/// takes the caller's completion and returns a Handler; get() and post() send
+/// the request through Server and read its reply with that handler, so that an
+/// operation is its parameters plus one line naming how its reply is read.
+///
+/// Common to all: a gateway failure gives (false, the gateway's message,
+/// nothing), the message unchanged. A guarded handler turns an exception
+/// raised while converting the reply into (false, "<API name>: <the
+/// exception's description>", nothing) — the description says which key and
+/// element failed ("getPhonePages: data[3].Rank: null has no integer value")
+/// — and an exception from the caller's own completion into (false, its
+/// description, nothing): so a completion that throws is called a second
+/// time, with false. Unguarded handlers let either exception leave the
+/// completion, to the transport that delivered the reply.
+/// No handler moves the completion to another thread.
 #pragma once
 
 #include <exception>
@@ -34,14 +35,14 @@ namespace veltrane::reply {
 
 enum class Guard { off, on };
 
-// Reads one reply of api: the gateway's (flag, message, data).
+/// Reads one reply of api: the gateway's (flag, message, data).
 using Handler = std::function<void(const std::string& api, bool ok, std::optional<std::string> message, std::optional<Value> data)>;
 
-// Sends a GET or POST request for api and reads its reply with handler.
+/// Sends a GET or POST request for api and reads its reply with handler.
 void get(const std::string& api, Parameters params, Handler handler);
 void post(const std::string& api, Parameters params, Handler handler);
 
-// What a conversion hands to the caller's completion.
+/// What a conversion hands to the caller's completion.
 template <class T>
 struct Delivery {
     bool success;
@@ -49,15 +50,15 @@ struct Delivery {
     std::optional<T> result;
 };
 
-// The dictionary a record is built from: absent data reads as an empty
-// dictionary (every field at its default); any other kind throws ValueError.
+/// The dictionary a record is built from: absent data reads as an empty
+/// dictionary (every field at its default); any other kind throws ValueError.
 inline Dictionary dictionaryOf(const Value* data) {
     return data ? data->asDictionary() : Dictionary();
 }
 inline Dictionary dictionaryOf(const std::optional<Value>& data) { return dictionaryOf(data ? &*data : nullptr); }
 
-// The skeleton of every handler: failure path, then the conversion
-// convert(message, data) -> Delivery<T>, then the caller's completion.
+/// The skeleton of every handler: failure path, then the conversion
+/// convert(message, data) -> Delivery<T>, then the caller's completion.
 template <class T, class Convert>
 Handler handle(ResultCallback<T> callback, Guard guard, Convert convert) {
     return [callback = std::move(callback), guard, convert = std::move(convert)](
@@ -91,9 +92,9 @@ std::vector<R> convertElements(const Value& data) {
     return arrayByConvertElementsUsingBlock(data, makeRecord<R>);
 }
 
-// Tolerant list: every element through arrayByConvertElementsUsingBlock (bad
-// elements are logged and dropped; a dictionary is walked by its keys; a
-// scalar or null fails). Absent data gives success with nothing.
+/// Tolerant list: every element through arrayByConvertElementsUsingBlock (bad
+/// elements are logged and dropped; a dictionary is walked by its keys; a
+/// scalar or null fails). Absent data gives success with nothing.
 template <class R>
 Handler convertList(ResultCallback<std::vector<R>> callback) {
     return handle(std::move(callback), Guard::on, [](auto& message, auto& data) {
@@ -101,8 +102,8 @@ Handler convertList(ResultCallback<std::vector<R>> callback) {
     });
 }
 
-// Tolerant list of data that must be an array; anything else gives
-// (false, failureMessage, nothing).
+/// Tolerant list of data that must be an array; anything else gives
+/// (false, failureMessage, nothing).
 template <class R>
 Handler convertListOrFail(ResultCallback<std::vector<R>> callback, std::string failureMessage, Guard guard) {
     return handle(std::move(callback), guard, [failureMessage = std::move(failureMessage)](auto& message, auto& data) {
@@ -111,7 +112,7 @@ Handler convertListOrFail(ResultCallback<std::vector<R>> callback, std::string f
     });
 }
 
-// Tolerant list where JSON null data means an empty list.
+/// Tolerant list where JSON null data means an empty list.
 template <class R>
 Handler convertListNullIsEmpty(ResultCallback<std::vector<R>> callback) {
     return handle(std::move(callback), Guard::on, [](auto& message, auto& data) {
@@ -120,7 +121,7 @@ Handler convertListNullIsEmpty(ResultCallback<std::vector<R>> callback) {
     });
 }
 
-// Tolerant list of array data; any other data is a success with nothing.
+/// Tolerant list of array data; any other data is a success with nothing.
 template <class R>
 Handler convertListNonArrayIsNothing(ResultCallback<std::vector<R>> callback) {
     return handle(std::move(callback), Guard::on, [](auto& message, auto& data) {
@@ -129,9 +130,9 @@ Handler convertListNonArrayIsNothing(ResultCallback<std::vector<R>> callback) {
     });
 }
 
-// Strict list: every element becomes a record in order and one bad element
-// fails the whole call. Absent data is an empty list. Elements for which skip
-// returns true are left out.
+/// Strict list: every element becomes a record in order and one bad element
+/// fails the whole call. Absent data is an empty list. Elements for which skip
+/// returns true are left out.
 template <class R>
 std::vector<R> strictElements(const Value& data, const std::function<bool(const Value&)>& skip = {}) {
     std::vector<R> records;
@@ -151,9 +152,9 @@ Handler loopList(ResultCallback<std::vector<R>> callback, std::function<bool(con
     });
 }
 
-// Strict list of data that must be an array; anything else gives
-// (false, failureMessage, nothing), the gateway's message dropped. Unguarded:
-// a bad element's ValueError leaves the completion.
+/// Strict list of data that must be an array; anything else gives
+/// (false, failureMessage, nothing), the gateway's message dropped. Unguarded:
+/// a bad element's ValueError leaves the completion.
 template <class R>
 Handler checkedList(ResultCallback<std::vector<R>> callback, std::string failureMessage) {
     return handle(std::move(callback), Guard::off, [failureMessage = std::move(failureMessage)](auto& message, auto& data) {
@@ -162,7 +163,7 @@ Handler checkedList(ResultCallback<std::vector<R>> callback, std::string failure
     });
 }
 
-// Strict list of data that must be an array; any other data is an empty list.
+/// Strict list of data that must be an array; any other data is an empty list.
 template <class R>
 Handler loopListNonArrayIsEmpty(ResultCallback<std::vector<R>> callback) {
     Handler strict = loopList<R>(std::move(callback));
@@ -172,7 +173,7 @@ Handler loopListNonArrayIsEmpty(ResultCallback<std::vector<R>> callback) {
     };
 }
 
-// A page of records from the paging envelope.
+/// A page of records from the paging envelope.
 template <class R>
 Handler page(ResultCallback<DataPage<R>> callback) {
     return handle(std::move(callback), Guard::on, [](auto& message, auto& data) {
@@ -180,15 +181,15 @@ Handler page(ResultCallback<DataPage<R>> callback) {
     });
 }
 
-// One record built from the data.
+/// One record built from the data.
 template <class R>
 Handler oneRecord(ResultCallback<R> callback, Guard guard = Guard::on) {
     return handle(std::move(callback), guard,
                   [](auto& message, auto& data) { return Delivery<R>{true, message, R(dictionaryOf(data))}; });
 }
 
-// One record from data that must be a dictionary; anything else gives
-// (false, the gateway's message, nothing). Unguarded.
+/// One record from data that must be a dictionary; anything else gives
+/// (false, the gateway's message, nothing). Unguarded.
 template <class R>
 Handler oneRecordOfDictionary(ResultCallback<R> callback) {
     return handle(std::move(callback), Guard::off, [](auto& message, auto& data) {
@@ -197,8 +198,8 @@ Handler oneRecordOfDictionary(ResultCallback<R> callback) {
     });
 }
 
-// A record under "data" when the data's integer "code" is not 0; a code of 0
-// is a success with nothing.
+/// A record under "data" when the data's integer "code" is not 0; a code of 0
+/// is a success with nothing.
 template <class R>
 Handler codedRecord(ResultCallback<R> callback) {
     return handle(std::move(callback), Guard::on, [](auto& message, auto& data) {
@@ -208,10 +209,10 @@ Handler codedRecord(ResultCallback<R> callback) {
     });
 }
 
-// A value sent as one parameter of compact JSON text. When JSON cannot hold
-// it (NaN, an infinity, text that is not UTF-8) the completion gets (false,
-// the writer's message, nothing) at once and the result is nothing: the
-// caller then sends no request.
+/// A value sent as one parameter of compact JSON text. When JSON cannot hold
+/// it (NaN, an infinity, text that is not UTF-8) the completion gets (false,
+/// the writer's message, nothing) at once and the result is nothing: the
+/// caller then sends no request.
 template <class T>
 std::optional<std::string> jsonParameter(const Value& value, const ResultCallback<T>& callback) {
     try {
@@ -222,21 +223,21 @@ std::optional<std::string> jsonParameter(const Value& value, const ResultCallbac
     }
 }
 
-// The value under key of the data, as it stands.
+/// The value under key of the data, as it stands.
 Handler field(ResultCallback<Value> callback, std::string key);
 
-// (flag, message, data) unchanged, on failure too.
+/// (flag, message, data) unchanged, on failure too.
 Handler passThrough(ResultCallback<Value> callback);
 
-// The data on success, nothing on failure.
+/// The data on success, nothing on failure.
 Handler dataOnSuccess(ResultCallback<Value> callback);
 
-// (flag, message, flag); the data is dropped.
+/// (flag, message, flag); the data is dropped.
 Handler flag(FlagCallback callback);
 
-// Logs the data, then (flag, message, boolean reading of the data; absent is
-// false). Data without a boolean reading, or a completion that throws, gives
-// (false, the gateway's message, true).
+/// Logs the data, then (flag, message, boolean reading of the data; absent is
+/// false). Data without a boolean reading, or a completion that throws, gives
+/// (false, the gateway's message, true).
 Handler booleanOfData(FlagCallback callback);
 
 } // namespace veltrane::reply

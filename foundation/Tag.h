@@ -1,4 +1,5 @@
-// An order tag (label) of a dealer company, copied from the server's record.
+/// @file
+/// An order tag (label) of a dealer company, copied from the server's record.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,8 @@ namespace veltrane {
 class Tag {
 public:
     Tag() = default;
-    // Copies "ID" (integer value; absent is 0, null throws ValueError),
-    // "Content" and "Title" (as they stand; nothing when absent).
+    /// Copies "ID" (integer value; absent is 0, null throws ValueError),
+    /// "Content" and "Title" (as they stand; nothing when absent).
     explicit Tag(const Dictionary& dictionary);
 
     int32_t ID() const noexcept { return ID_; }
@@ -23,8 +24,8 @@ public:
     const std::optional<Value>& title() const noexcept { return title_; }
     void setTitle(std::optional<Value> v) { title_ = std::move(v); }
 
-    // GET "getLabel" with "type" (unsigned) and "companyid" (32-bit); the
-    // result is the tags of the reply's list.
+    /// GET "getLabel" with "type" (unsigned) and "companyid" (32-bit); the
+    /// result is the tags of the reply's list.
     static void listWithCompany(int32_t company, unsigned long andOrderType, ResultCallback<std::vector<Tag>> callback);
 
 private:

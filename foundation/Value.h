@@ -1,30 +1,31 @@
-// The JSON value model: null, boolean, number, string, array and dictionary.
-//
-// A Value is 16 bytes: strings of up to 15 bytes are held inline, numbers keep
-// their kind (32-bit, word-sized, unsigned word-sized, float, double), and
-// arrays, dictionaries and longer strings are handles to nodes.
-//
-// Arrays and dictionaries are shared handles: copying a Value, an Array or a
-// Dictionary copies the handle, so every holder sees the same container and
-// its later changes. copy()/mutableCopy() make a new one-level copy (the
-// elements themselves are shared). A dictionary keeps its keys in insertion
-// order; setting an existing key replaces the value in place.
-//
-// A parsed reply lives in one arena (a few large blocks) that is counted as a
-// whole: every handle into it from outside keeps all of it alive, references
-// between its own values are not counted (so a reply can refer to itself
-// without leaking), and it is freed with the last handle. Containers of a
-// reply can be written like any other; one that grows past its parsed size
-// moves its storage out of the arena. A record kept long after its reply
-// should be detach()ed, so that it holds its own values and not the whole
-// reply.
-//
-// JSON null and an absent key are different things everywhere: find() returns
-// nullptr for an absent key and a pointer to a null Value for a stored null.
-//
-// Thread rules: counts are atomic, so handles may be copied and dropped on any
-// thread. A container may be read from several threads at once, but must not
-// be changed while another thread uses it.
+/// @file
+/// The JSON value model: null, boolean, number, string, array and dictionary.
+///
+/// A Value is 16 bytes: strings of up to 15 bytes are held inline, numbers keep
+/// their kind (32-bit, word-sized, unsigned word-sized, float, double), and
+/// arrays, dictionaries and longer strings are handles to nodes.
+///
+/// Arrays and dictionaries are shared handles: copying a Value, an Array or a
+/// Dictionary copies the handle, so every holder sees the same container and
+/// its later changes. copy()/mutableCopy() make a new one-level copy (the
+/// elements themselves are shared). A dictionary keeps its keys in insertion
+/// order; setting an existing key replaces the value in place.
+///
+/// A parsed reply lives in one arena (a few large blocks) that is counted as a
+/// whole: every handle into it from outside keeps all of it alive, references
+/// between its own values are not counted (so a reply can refer to itself
+/// without leaking), and it is freed with the last handle. Containers of a
+/// reply can be written like any other; one that grows past its parsed size
+/// moves its storage out of the arena. A record kept long after its reply
+/// should be detach()ed, so that it holds its own values and not the whole
+/// reply.
+///
+/// JSON null and an absent key are different things everywhere: find() returns
+/// nullptr for an absent key and a pointer to a null Value for a stored null.
+///
+/// Thread rules: counts are atomic, so handles may be copied and dropped on any
+/// thread. A container may be read from several threads at once, but must not
+/// be changed while another thread uses it.
 #pragma once
 
 #include <cstddef>
@@ -43,16 +44,16 @@
 
 namespace veltrane {
 
-// A value lacks the reading asked of it (the integer value of null, the keys of
-// a string...), or a read-only dictionary was written to. The error says where
-// when it is known: its description is "<path>: <reason>", the path naming the
-// key and elements that led to the value ("data[3].Rank"), or the reason alone.
+/// A value lacks the reading asked of it (the integer value of null, the keys of
+/// a string...), or a read-only dictionary was written to. The error says where
+/// when it is known: its description is "<path>: <reason>", the path naming the
+/// key and elements that led to the value ("data[3].Rank"), or the reason alone.
 class ValueError : public std::runtime_error {
 public:
     explicit ValueError(std::string reason) : ValueError(std::string(), std::move(reason)) {}
 
-    // The same error one level further out: segment is a key ("Rank") or an
-    // element ("[3]") under which the failing value was found.
+    /// The same error one level further out: segment is a key ("Rank") or an
+    /// element ("[3]") under which the failing value was found.
     ValueError within(std::string_view segment) const;
 
     const std::string& path() const noexcept { return path_; }
@@ -65,7 +66,7 @@ private:
     std::string reason_;
 };
 
-// Runs read() and locates a ValueError it throws under segment.
+/// Runs read() and locates a ValueError it throws under segment.
 template <class Read>
 auto locatedAt(std::string_view segment, Read&& read) -> decltype(read()) {
     try {
@@ -75,8 +76,8 @@ auto locatedAt(std::string_view segment, Read&& read) -> decltype(read()) {
     }
 }
 
-// The same for element index of the container under name (name may be empty):
-// "data[3]". The segment is made only when something is thrown.
+/// The same for element index of the container under name (name may be empty):
+/// "data[3]". The segment is made only when something is thrown.
 template <class Read>
 auto locatedAtElement(std::string_view name, size_t index, Read&& read) -> decltype(read()) {
     try {
@@ -101,7 +102,7 @@ class Access;
 
 class Array {
 public:
-    // A new, empty array of its own.
+    /// A new, empty array of its own.
     Array();
     Array(std::initializer_list<Value> values);
     explicit Array(std::vector<Value> values);
@@ -113,18 +114,18 @@ public:
 
     size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }
-    // The element at i; throws std::out_of_range past the end.
+    /// The element at i; throws std::out_of_range past the end.
     const Value& operator[](size_t i) const;
-    // Replaces the element at i; throws std::out_of_range past the end.
+    /// Replaces the element at i; throws std::out_of_range past the end.
     void set(size_t i, Value v);
     void push_back(Value v);
     void reserve(size_t n);
     const Value* begin() const noexcept;
     const Value* end() const noexcept;
 
-    // A one-level copy: a new array holding the same elements.
+    /// A one-level copy: a new array holding the same elements.
     Array copy() const;
-    // A deep copy that shares nothing with any reply or other holder.
+    /// A deep copy that shares nothing with any reply or other holder.
     Array detached() const;
     bool isSame(const Array& other) const noexcept { return node_ == other.node_; }
 
@@ -139,7 +140,7 @@ private:
 
 class Dictionary {
 public:
-    // What iteration yields: the key and the value, both read in place.
+    /// What iteration yields: the key and the value, both read in place.
     using Entry = std::pair<std::string_view, const Value&>;
 
     class const_iterator {
@@ -164,7 +165,7 @@ public:
         const Value* value_;
     };
 
-    // A new, empty, writable dictionary of its own.
+    /// A new, empty, writable dictionary of its own.
     Dictionary();
     Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
     Dictionary(const Dictionary& other);
@@ -178,32 +179,32 @@ public:
     const_iterator begin() const noexcept;
     const_iterator end() const noexcept;
 
-    // The stored value, or nullptr when the key is absent.
+    /// The stored value, or nullptr when the key is absent.
     const Value* find(std::string_view key) const noexcept;
     bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
-    // The stored value as it stands: nothing when the key is absent, JSON null
-    // when null is stored.
+    /// The stored value as it stands: nothing when the key is absent, JSON null
+    /// when null is stored.
     std::optional<Value> optValue(std::string_view key) const;
-    // The same, with JSON null for an absent key.
+    /// The same, with JSON null for an absent key.
     Value valueOrNull(std::string_view key) const;
 
-    // Stores v under key. Throws ValueError on a read-only dictionary.
+    /// Stores v under key. Throws ValueError on a read-only dictionary.
     void set(std::string_view key, Value v);
-    // Stores v, or removes the key when v is nothing.
+    /// Stores v, or removes the key when v is nothing.
     void setValue(std::string_view key, std::optional<Value> v);
     void remove(std::string_view key);
     void reserve(size_t n);
 
-    // One-level copies: a writable one, and one that refuses every write.
+    /// One-level copies: a writable one, and one that refuses every write.
     Dictionary mutableCopy() const;
     Dictionary immutableCopy() const;
-    // A deep copy that shares nothing with any reply or other holder.
+    /// A deep copy that shares nothing with any reply or other holder.
     Dictionary detached() const;
     bool isReadOnly() const noexcept;
     bool isSame(const Dictionary& other) const noexcept { return node_ == other.node_; }
 
-    // Typed reads that never throw. Absent keys, JSON null and values of the
-    // wrong kind give the neutral value; numeric text is read as its number.
+    /// Typed reads that never throw. Absent keys, JSON null and values of the
+    /// wrong kind give the neutral value; numeric text is read as its number.
     std::optional<std::string> optString(std::string_view key) const;
     int32_t optInt(std::string_view key) const;
     long optLong(std::string_view key) const;
@@ -213,8 +214,8 @@ public:
     std::optional<Array> optArray(std::string_view key) const;
     Dictionary optDictionary(std::string_view key) const;
 
-    // The platform's plain readings: a number or numeric text; an absent key
-    // gives 0; null, an array or a dictionary throws ValueError naming the key.
+    /// The platform's plain readings: a number or numeric text; an absent key
+    /// gives 0; null, an array or a dictionary throws ValueError naming the key.
     int32_t intValue(std::string_view key) const;
     long longValue(std::string_view key) const;
     float floatValue(std::string_view key) const;
@@ -236,7 +237,7 @@ public:
     Value() noexcept { setTag(kNull); }
     Value(std::nullptr_t) noexcept : Value() {}
     Value(bool b) noexcept;
-    // A pointer is not a boolean: no Value from one (text comes as const char*).
+    /// A pointer is not a boolean: no Value from one (text comes as const char*).
     Value(const void*) = delete;
     Value(int v) noexcept : Value(Number(static_cast<int32_t>(v))) {}
     Value(long v) noexcept : Value(Number(v)) {}
@@ -268,15 +269,15 @@ public:
     bool isArray() const noexcept { return tag() == kArray; }
     bool isDictionary() const noexcept { return tag() == kDictionary; }
 
-    // Checked access; each throws ValueError naming what the value really is.
-    // A string view lives as long as this value (or its reply) does.
+    /// Checked access; each throws ValueError naming what the value really is.
+    /// A string view lives as long as this value (or its reply) does.
     bool asBool() const;
     Number asNumber() const;
     std::string_view asString() const;
     const veltrane::Array& asArray() const;
     const veltrane::Dictionary& asDictionary() const;
 
-    // Unchecked views: nothing when the value is of another kind.
+    /// Unchecked views: nothing when the value is of another kind.
     std::optional<std::string_view> stringIf() const noexcept {
         if (tag() < kLongString) return std::string_view(reinterpret_cast<const char*>(this), tag());
         if (tag() == kLongString) {
@@ -290,24 +291,24 @@ public:
     const veltrane::Array* arrayIf() const noexcept { return isArray() ? &payload_.array : nullptr; }
     const veltrane::Dictionary* dictionaryIf() const noexcept { return isDictionary() ? &payload_.dictionary : nullptr; }
 
-    // The platform's plain readings: numbers convert, text is read by its
-    // leading number, booleans are 1 or 0; null, arrays and dictionaries throw.
+    /// The platform's plain readings: numbers convert, text is read by its
+    /// leading number, booleans are 1 or 0; null, arrays and dictionaries throw.
     int32_t intValue() const;
     long longValue() const;
     unsigned long unsignedLongValue() const;
     float floatValue() const;
     double doubleValue() const;
-    // Booleans and numbers as such; text is true for "true"/"yes" (any case)
-    // or a non-zero leading integer; null, arrays and dictionaries throw.
+    /// Booleans and numbers as such; text is true for "true"/"yes" (any case)
+    /// or a non-zero leading integer; null, arrays and dictionaries throw.
     bool boolValue() const;
 
-    // A deep copy that shares nothing with any reply or other holder.
+    /// A deep copy that shares nothing with any reply or other holder.
     Value detached() const;
 
-    // Deep value equality; dictionaries compare without regard to key order.
+    /// Deep value equality; dictionaries compare without regard to key order.
     friend bool operator==(const Value& a, const Value& b);
 
-    // The kind's name for messages: "null", "a boolean", "a number"...
+    /// The kind's name for messages: "null", "a boolean", "a number"...
     const char* kindName() const noexcept;
 
 private:
@@ -315,9 +316,9 @@ private:
     friend class detail::Copier;
     friend class detail::Access;
 
-    // The tag, in the value's last byte: 0 to 15 is an inline string of that
-    // many bytes; the rest name the kind.
-    // payload_.chars: the bytes of a string node; its size in rest_[0..3].
+    /// The tag, in the value's last byte: 0 to 15 is an inline string of that
+    /// many bytes; the rest name the kind.
+    /// payload_.chars: the bytes of a string node; its size in rest_[0..3].
     static constexpr uint8_t kLongString = 0x10;
     static constexpr uint8_t kNull = 0x11, kBool = 0x12;
     static constexpr uint8_t kInt32 = 0x13, kLong = 0x14, kUnsignedLong = 0x15, kFloat = 0x16, kDouble = 0x17;
@@ -327,11 +328,11 @@ private:
     void setTag(uint8_t t) noexcept { tag_ = t; }
     bool holdsNode() const noexcept { return tag_ == kLongString || tag_ >= kArray; }
     void copyNode(const Value& other);
-    // The node this value refers to (long string, array or dictionary), or nullptr.
+    /// The node this value refers to (long string, array or dictionary), or nullptr.
     detail::Node* node() const noexcept;
     void retain() const noexcept;
     void release() noexcept;
-    // Takes over other's bits and count; other becomes null.
+    /// Takes over other's bits and count; other becomes null.
     void steal(Value& other) noexcept;
 
     union Payload {
@@ -346,7 +347,7 @@ private:
         Payload() noexcept : u(0) {}
         ~Payload() {}
     } payload_;
-    char rest_[7] = {};  // an inline string's bytes 8 to 14; a long string's size
+    char rest_[7] = {};  ///< an inline string's bytes 8 to 14; a long string's size
     uint8_t tag_;
 };
 
@@ -355,18 +356,18 @@ static_assert(sizeof(Value) == 16, "a Value is 16 bytes");
 bool operator==(const Array& a, const Array& b);
 bool operator==(const Dictionary& a, const Dictionary& b);
 
-// A copy of record (any record type) that holds its own values, detached from
-// the reply it was read from: every Value, Array and Dictionary it keeps is
-// copied deeply. Use it for a record kept long after its reply (a number
-// chosen for an order, a card kept for a session): the record then holds only
-// its own few bytes, not the whole page it came in. Within the copy, handles
-// that were shared become separate containers.
+/// A copy of record (any record type) that holds its own values, detached from
+/// the reply it was read from: every Value, Array and Dictionary it keeps is
+/// copied deeply. Use it for a record kept long after its reply (a number
+/// chosen for an order, a card kept for a session): the record then holds only
+/// its own few bytes, not the whole page it came in. Within the copy, handles
+/// that were shared become separate containers.
 template <class Record>
 Record detach(const Record& record);
 
 namespace detail {
-// While alive on a thread, copying a Value, Array or Dictionary there makes a
-// deep, detached copy instead of sharing.
+/// While alive on a thread, copying a Value, Array or Dictionary there makes a
+/// deep, detached copy instead of sharing.
 class DetachingCopies {
 public:
     DetachingCopies() noexcept;

@@ -1,12 +1,13 @@
-// The storage behind Value, Array and Dictionary: nodes and the arena of a
-// parsed reply. Private to the value model and the JSON reader.
-//
-// A node lives either in an arena (a parsed reply: counted through the arena,
-// never freed on its own) or on the heap (counted by itself). A value stored
-// in an arena node holds a count only when it refers outside that arena;
-// references within one arena are not counted. An arena node that comes to
-// hold such a counted reference, or storage of its own on the heap, is put on
-// its arena's cleanup list, which the arena walks when it is freed.
+/// @file
+/// The storage behind Value, Array and Dictionary: nodes and the arena of a
+/// parsed reply. Private to the value model and the JSON reader.
+///
+/// A node lives either in an arena (a parsed reply: counted through the arena,
+/// never freed on its own) or on the heap (counted by itself). A value stored
+/// in an arena node holds a count only when it refers outside that arena;
+/// references within one arena are not counted. An arena node that comes to
+/// hold such a counted reference, or storage of its own on the heap, is put on
+/// its arena's cleanup list, which the arena walks when it is freed.
 #pragma once
 
 #include <atomic>
@@ -26,16 +27,16 @@ struct Arena;
 enum class NodeKind : uint8_t { String, Array, Dictionary };
 
 struct Node {
-    Arena* arena;                  // the reply it belongs to; nullptr on the heap
-    std::atomic<uint32_t> refs;    // heap nodes only
+    Arena* arena;                  ///< the reply it belongs to; nullptr on the heap
+    std::atomic<uint32_t> refs;    ///< heap nodes only
     NodeKind kind;
-    std::atomic<bool> listed;      // arena nodes: on the arena's cleanup list
+    std::atomic<bool> listed;      ///< arena nodes: on the arena's cleanup list
 
     Node(Arena* a, NodeKind k) noexcept : arena(a), refs(1), kind(k), listed(false) {}
 };
 
-// A string longer than a Value holds inline; its bytes follow the node, and
-// a value refers to them directly (the node lies just before).
+/// A string longer than a Value holds inline; its bytes follow the node, and
+/// a value refers to them directly (the node lies just before).
 struct StringNode : Node {
     uint32_t size;
     StringNode(Arena* a, uint32_t n) noexcept : Node(a, NodeKind::String), size(n) {}
@@ -53,20 +54,20 @@ struct ArrayNode : Node {
     explicit ArrayNode(Arena* a) noexcept : Node(a, NodeKind::Array) {}
 };
 
-// Open addressing over key positions (position + 1; 0 is an empty slot).
+/// Open addressing over key positions (position + 1; 0 is an empty slot).
 struct Index {
     uint32_t mask;
     uint32_t* slots() noexcept { return reinterpret_cast<uint32_t*>(this + 1); }
     const uint32_t* slots() const noexcept { return reinterpret_cast<const uint32_t*>(this + 1); }
 };
 
-// Keys and values in two arrays of the same length. A parsed dictionary
-// keeps both in its reply's arena, and rows of one shape (the same keys in
-// the same order) share one key array and its index: keys there are never
-// written. Before its keys change, a dictionary takes storage of its own on
-// the heap (ownStorage), keys, values and index alike.
+/// Keys and values in two arrays of the same length. A parsed dictionary
+/// keeps both in its reply's arena, and rows of one shape (the same keys in
+/// the same order) share one key array and its index: keys there are never
+/// written. Before its keys change, a dictionary takes storage of its own on
+/// the heap (ownStorage), keys, values and index alike.
 struct DictNode : Node {
-    Value* keys = nullptr;  // always strings
+    Value* keys = nullptr;  ///< always strings
     Value* values = nullptr;
     const Index* index = nullptr;
     uint32_t size = 0;
@@ -76,17 +77,17 @@ struct DictNode : Node {
     explicit DictNode(Arena* a) noexcept : Node(a, NodeKind::Dictionary) {}
 };
 
-// Dictionaries with more keys than this keep a hash index of them; smaller
-// ones are searched linearly (bench_json's DictionaryLookup measures the
-// crossing point).
+/// Dictionaries with more keys than this keep a hash index of them; smaller
+/// ones are searched linearly (bench_json's DictionaryLookup measures the
+/// crossing point).
 inline constexpr uint32_t kIndexedAbove = 12;
 
-// The memory of one parsed reply: nodes, entries, elements, long strings and
-// indexes, bump-allocated from a few large blocks.
+/// The memory of one parsed reply: nodes, entries, elements, long strings and
+/// indexes, bump-allocated from a few large blocks.
 struct Arena {
     std::atomic<uint64_t> refs{1};
     std::mutex listMutex;
-    std::vector<Node*> listed;  // nodes written after the parse
+    std::vector<Node*> listed;  ///< nodes written after the parse
     struct Block {
         Block* next;
         size_t size;
@@ -96,8 +97,8 @@ struct Arena {
     char* limit = nullptr;
     size_t nextBlock = 0;
 
-    // A new arena whose first block holds firstBlock bytes; further blocks
-    // hold a quarter of that, or what one allocation needs.
+    /// A new arena whose first block holds firstBlock bytes; further blocks
+    /// hold a quarter of that, or what one allocation needs.
     static Arena* create(size_t firstBlock);
     void* allocate(size_t bytes) {
         bytes = (bytes + 7) & ~size_t{7};
@@ -110,7 +111,7 @@ struct Arena {
     void release() noexcept {
         if (refs.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy();
     }
-    // Puts node on the cleanup list, once.
+    /// Puts node on the cleanup list, once.
     void list(Node* node) noexcept;
 
 private:
@@ -118,20 +119,20 @@ private:
     void destroy() noexcept;
 };
 
-// What the storage code needs of a Value's insides.
+/// What the storage code needs of a Value's insides.
 class Access {
 public:
-    // The node a value refers to (long string, array or dictionary), or nullptr.
+    /// The node a value refers to (long string, array or dictionary), or nullptr.
     static Node* node(const Value& v) noexcept { return v.node(); }
-    // Makes a value null without letting go of what it referred to.
+    /// Makes a value null without letting go of what it referred to.
     static void forget(Value& v) noexcept { v.setTag(Value::kNull); }
     static void makeNull(Value* at) noexcept { new (at) Value(); }
 };
 
-// How many replies are alive now, in this process (for tests).
+/// How many replies are alive now, in this process (for tests).
 size_t liveArenas() noexcept;
 
-// Counting on what a node belongs to.
+/// Counting on what a node belongs to.
 inline void retainNode(Node* n) noexcept {
     if (n->arena) n->arena->retain();
     else n->refs.fetch_add(1, std::memory_order_relaxed);
@@ -142,9 +143,9 @@ inline void releaseNode(Node* n) noexcept {
     else if (n->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) destroyHeapNode(n);
 }
 
-// The 16 bytes an inline string of this text (at most 15 bytes) has:
-// zero-padded, with its length in the last byte. Loads overlap instead of
-// copying byte by byte.
+/// The 16 bytes an inline string of this text (at most 15 bytes) has:
+/// zero-padded, with its length in the last byte. Loads overlap instead of
+/// copying byte by byte.
 struct KeyImage {
     uint64_t words[2];
 };
@@ -174,14 +175,14 @@ inline bool sameImage(const Value& key, const KeyImage& image) noexcept {
     return words[0] == image.words[0] && words[1] == image.words[1];
 }
 
-// Key hashing, the same for inline keys and long ones of the same text.
+/// Key hashing, the same for inline keys and long ones of the same text.
 uint64_t hashKey(std::string_view key) noexcept;
 
-// The index of a dictionary's keys, in the reply's arena.
+/// The index of a dictionary's keys, in the reply's arena.
 const Index* buildArenaIndex(Arena* arena, const Value* keys, uint32_t size);
 
-// Makes values inside an arena: bits placed straight into node storage, no
-// counting. Used by the JSON reader.
+/// Makes values inside an arena: bits placed straight into node storage, no
+/// counting. Used by the JSON reader.
 class Builder {
 public:
     explicit Builder(Arena* arena) noexcept : arena_(arena) {}
@@ -204,10 +205,10 @@ public:
         at->payload_.d = v;
         at->setTag(Value::kDouble);
     }
-    // A string: inline when it fits, else a node in the arena.
+    /// A string: inline when it fits, else a node in the arena.
     void string(Value* at, std::string_view s);
-    // A string that the caller has already placed in the arena.
-    // Every byte of the value is written: keys of one reply compare by their bits.
+    /// A string that the caller has already placed in the arena.
+    /// Every byte of the value is written: keys of one reply compare by their bits.
     static void stringNode(Value* at, StringNode* node) noexcept {
         std::memset(static_cast<void*>(at), 0, sizeof(Value));
         at->payload_.chars = node->data();
@@ -216,17 +217,17 @@ public:
     }
     static bool fitsInline(size_t size) noexcept { return size <= 15; }
     ArrayNode* array(Value* at, uint32_t capacity);
-    // A dictionary with room for capacity values; its keys are the caller's
-    // to place (an array of its own, or one shared with a row of the same shape).
+    /// A dictionary with room for capacity values; its keys are the caller's
+    /// to place (an array of its own, or one shared with a row of the same shape).
     DictNode* dictionary(Value* at, uint32_t capacity);
     StringNode* stringNode(std::string_view s);
-    // The root of a reply, counted: the arena's first count passes to it.
+    /// The root of a reply, counted: the arena's first count passes to it.
     static Value adoptRoot(Value* built) noexcept {
         Value root;
         std::memcpy(static_cast<void*>(&root), static_cast<const void*>(built), sizeof(Value));
         return root;
     }
-    // The raw 16 bytes of a value, for comparing keys built in one reply.
+    /// The raw 16 bytes of a value, for comparing keys built in one reply.
     static bool sameBits(const Value& a, const Value& b) noexcept { return std::memcmp(&a, &b, sizeof(Value)) == 0; }
 
 private:

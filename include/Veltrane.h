@@ -1,4 +1,5 @@
-// The umbrella header: every public header of the library.
+/// @file
+/// The umbrella header: every public header of the library.
 #pragma once
 
 #include "veltrane/Version.h"

@@ -1,4 +1,5 @@
-// A banner of the home screen's head row: its name, image and link.
+/// @file
+/// A banner of the home screen's head row: its name, image and link.
 #pragma once
 
 #include <optional>
@@ -11,14 +12,14 @@ namespace veltrane {
 
 class Advertisment {
 public:
-    // Takes "name", "icon" (the image) and "link" as they stand; ShowBanner
-    // is true exactly when the integer reading of "isbar" is 1. Throws
-    // ValueError for an "isbar" of null or a container.
+    /// Takes "name", "icon" (the image) and "link" as they stand; ShowBanner
+    /// is true exactly when the integer reading of "isbar" is 1. Throws
+    /// ValueError for an "isbar" of null or a container.
     explicit Advertisment(const Dictionary& dictionary);
 
     const std::optional<Value>& Name() const noexcept { return Name_; }
     void setName(std::optional<Value> v) { Name_ = std::move(v); }
-    // The banner's image address, read from "icon".
+    /// The banner's image address, read from "icon".
     const std::optional<Value>& ImageUrl() const noexcept { return ImageUrl_; }
     void setImageUrl(std::optional<Value> v) { ImageUrl_ = std::move(v); }
     const std::optional<Value>& Link() const noexcept { return Link_; }
@@ -26,8 +27,8 @@ public:
     bool ShowBanner() const noexcept { return ShowBanner_; }
     void setShowBanner(bool v) noexcept { ShowBanner_ = v; }
 
-    // GET "getHeadAd" with no parameters: every banner in order; one bad
-    // banner fails the list. No data is an empty list.
+    /// GET "getHeadAd" with no parameters: every banner in order; one bad
+    /// banner fails the list. No data is an empty list.
     static void listWithCallback(ResultCallback<std::vector<Advertisment>> callback);
 
 private:

@@ -1,5 +1,6 @@
-// One message of the dealer company's staff chat, and the class operations
-// that post a message and fetch the company's messages after a given one.
+/// @file
+/// One message of the dealer company's staff chat, and the class operations
+/// that post a message and fetch the company's messages after a given one.
 #pragma once
 
 #include <cstdint>
@@ -13,17 +14,17 @@
 
 namespace veltrane {
 
-// Names under which the application announces a chat push and a chat update
-// between its own parts; the library never posts or observes them.
+/// Names under which the application announces a chat push and a chat update
+/// between its own parts; the library never posts or observes them.
 extern std::string RemoteChatPushNotification;
 extern std::string RemoteChatUpdateNotification;
 
 class Chat {
 public:
-    // Reads "ID" (word-sized), "UserID" and "CompanyID" (32-bit) as integers
-    // and "CreateTime" as seconds (numbers or numeric text; absent is 0),
-    // "Type" and "Content" as they stand. Throws ValueError, naming the key,
-    // for JSON null (or a container) where a number is read.
+    /// Reads "ID" (word-sized), "UserID" and "CompanyID" (32-bit) as integers
+    /// and "CreateTime" as seconds (numbers or numeric text; absent is 0),
+    /// "Type" and "Content" as they stand. Throws ValueError, naming the key,
+    /// for JSON null (or a container) where a number is read.
     explicit Chat(const Dictionary& dictionary);
 
     long ID() const noexcept { return ID_; }
@@ -39,16 +40,16 @@ public:
     const std::optional<Value>& Content() const noexcept { return Content_; }
     void setContent(std::optional<Value> v) { Content_ = std::move(v); }
 
-    // POST "postChat" with "userid" (32-bit) and "message", the compact JSON
-    // text of [{"Type": type, "Content": content}]; the completion gets (flag,
-    // message, flag). Without a type or content, or with an empty one, it
-    // gets (false, "postChat: a message needs a type and a content", false)
-    // and nothing is sent.
+    /// POST "postChat" with "userid" (32-bit) and "message", the compact JSON
+    /// text of [{"Type": type, "Content": content}]; the completion gets (flag,
+    /// message, flag). Without a type or content, or with an empty one, it
+    /// gets (false, "postChat: a message needs a type and a content", false)
+    /// and nothing is sent.
     static void sendAsUser(int32_t userID, std::optional<std::string> withContent, std::optional<std::string> ofType, FlagCallback callback);
 
-    // GET "getChatMessages" with "companyid" (32-bit) and "lastMessageID" (the
-    // last chat's identifier, word-sized; 0 for all): the newer messages, a
-    // bad one dropped with its log line.
+    /// GET "getChatMessages" with "companyid" (32-bit) and "lastMessageID" (the
+    /// last chat's identifier, word-sized; 0 for all): the newer messages, a
+    /// bad one dropped with its log line.
     static void listForCompany(int32_t companyID, long withLastChatID, ResultCallback<std::vector<Chat>> callback);
 
 private:

@@ -1,5 +1,6 @@
-// A home-screen tile as the signed-in user's company has it, read live from
-// the server's very dictionary.
+/// @file
+/// A home-screen tile as the signed-in user's company has it, read live from
+/// the server's very dictionary.
 #pragma once
 
 #include <optional>
@@ -13,7 +14,7 @@ namespace veltrane {
 
 class SubApp : public RawRecord {
 public:
-    // Keeps the very dictionary given.
+    /// Keeps the very dictionary given.
     explicit SubApp(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::shared) {}
 
     std::optional<std::string> name() const { return text("name"); }
@@ -21,10 +22,10 @@ public:
     std::optional<std::string> color() const { return text("color"); }
     std::optional<std::string> link() const { return text("link"); }
 
-    // GET "getAppsID" with "CompanyID", the signed-in user's (word-sized; 0
-    // when nobody is signed in): the tiles in order, those whose "name" is
-    // JSON null left out (an absent name is kept). One bad tile fails the
-    // list; no data is an empty list.
+    /// GET "getAppsID" with "CompanyID", the signed-in user's (word-sized; 0
+    /// when nobody is signed in): the tiles in order, those whose "name" is
+    /// JSON null left out (an absent name is kept). One bad tile fails the
+    /// list; no data is an empty list.
     static void list(ResultCallback<std::vector<SubApp>> callback);
 };
 

@@ -1,6 +1,7 @@
-// One business action of the server's menu (a transfer of ownership, a SIM
-// replacement, a broadband installation...): its name, tile colour, price,
-// type and status, read and written live in a dictionary of its own.
+/// @file
+/// One business action of the server's menu (a transfer of ownership, a SIM
+/// replacement, a broadband installation...): its name, tile colour, price,
+/// type and status, read and written live in a dictionary of its own.
 #pragma once
 
 #include <cstdint>
@@ -15,9 +16,9 @@ namespace veltrane {
 
 class Action : public RawRecord {
 public:
-    // A new, empty, writable dictionary.
+    /// A new, empty, writable dictionary.
     Action() = default;
-    // Keeps a one-level copy of the dictionary, as setRaw does.
+    /// Keeps a one-level copy of the dictionary, as setRaw does.
     explicit Action(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
@@ -25,11 +26,11 @@ public:
     void setID(int32_t v) { raw_.set("ID", NSBoxInt(v)); }
     std::optional<std::string> name() const { return text("Name"); }
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
-    // The colour of the action's tile, as the server writes it ("#43A047").
+    /// The colour of the action's tile, as the server writes it ("#43A047").
     std::optional<std::string> backgroundColor() const { return text("Background"); }
     void setBackgroundColor(std::optional<std::string> v) { setText("Background", std::move(v)); }
-    // Read as a float; written as a whole number, truncated toward zero
-    // (12.75 is stored as 12; NaN as 0; beyond the word-sized range clamped).
+    /// Read as a float; written as a whole number, truncated toward zero
+    /// (12.75 is stored as 12; NaN as 0; beyond the word-sized range clamped).
     float price() const { return raw_.optFloat("Price"); }
     void setPrice(float v);
     std::optional<std::string> remarks() const { return text("Remarks"); }
@@ -43,9 +44,9 @@ public:
     std::optional<std::string> typeName() const { return text("TypeName"); }
     void setTypeName(std::optional<std::string> v) { setText("TypeName", std::move(v)); }
 
-    // GET "getActionList" with no parameters: the whole menu. Data that is not
-    // an array gives (false, "服务器数据错误", nothing); an element that is not
-    // a dictionary throws ValueError out of the completion.
+    /// GET "getActionList" with no parameters: the whole menu. Data that is not
+    /// an array gives (false, "服务器数据错误", nothing); an element that is not
+    /// a dictionary throws ValueError out of the completion.
     static void list(ResultCallback<std::vector<Action>> callback);
 };
 

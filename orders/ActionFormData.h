@@ -1,6 +1,7 @@
-// An action together with its form's fields and the values the dealer filled
-// in, as an action-form order stores them: {"action": {...}, "ActionForm":
-// [...], "fields": {...}}.
+/// @file
+/// An action together with its form's fields and the values the dealer filled
+/// in, as an action-form order stores them: {"action": {...}, "ActionForm":
+/// [...], "fields": {...}}.
 #pragma once
 
 #include <optional>
@@ -14,11 +15,11 @@ namespace veltrane {
 
 class ActionFormData {
 public:
-    // Copies the three parts: the action from the dictionary under "action"
-    // (an empty action when there is none), the fields of the array under
-    // "ActionForm" in order (nothing when there is no such array; an element
-    // that is not a dictionary throws ValueError located at it), and the
-    // dictionary under "fields" as it stands (empty when there is none).
+    /// Copies the three parts: the action from the dictionary under "action"
+    /// (an empty action when there is none), the fields of the array under
+    /// "ActionForm" in order (nothing when there is no such array; an element
+    /// that is not a dictionary throws ValueError located at it), and the
+    /// dictionary under "fields" as it stands (empty when there is none).
     explicit ActionFormData(const Dictionary& dictionary);
 
     const Action& action() const noexcept { return action_; }

@@ -1,6 +1,7 @@
-// What the server answers to the submission of an action-form order: the new
-// order's identifiers, the path of its document and the agreements the
-// customer must be shown.
+/// @file
+/// What the server answers to the submission of an action-form order: the new
+/// order's identifiers, the path of its document and the agreements the
+/// customer must be shown.
 #pragma once
 
 #include <optional>
@@ -15,9 +16,9 @@ namespace veltrane {
 class ActionFormOrderSubmitResult {
 public:
     ActionFormOrderSubmitResult() = default;
-    // Copies "ID" and "RecID" (32-bit, sign-extended), "IsPreProcessAgreement"
-    // (equal to 1), "Path" and "SN" (text), and the agreements under "Data"
-    // (capital D), an element that is not an agreement dropped with its log line.
+    /// Copies "ID" and "RecID" (32-bit, sign-extended), "IsPreProcessAgreement"
+    /// (equal to 1), "Path" and "SN" (text), and the agreements under "Data"
+    /// (capital D), an element that is not an agreement dropped with its log line.
     explicit ActionFormOrderSubmitResult(const Dictionary& dictionary);
 
     long ID() const noexcept { return ID_; }
@@ -26,12 +27,12 @@ public:
     void setIsPreProcessAgreement(bool v) noexcept { isPreProcessAgreement_ = v; }
     const std::optional<std::string>& path() const noexcept { return path_; }
     void setPath(std::optional<std::string> v) { path_ = std::move(v); }
-    // The receipt's identifier.
+    /// The receipt's identifier.
     long recID() const noexcept { return recID_; }
     void setRecID(long v) noexcept { recID_ = v; }
     const std::optional<std::string>& SN() const noexcept { return SN_; }
     void setSN(std::optional<std::string> v) { SN_ = std::move(v); }
-    // Empty when the reply has no "Data".
+    /// Empty when the reply has no "Data".
     const std::vector<Agreement>& agreements() const noexcept { return agreements_; }
 
 private:

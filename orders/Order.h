@@ -1,8 +1,9 @@
-// The counter sale itself: a customer (perhaps represented by an agent) buys
-// devices, phone numbers and a plan item, with an installation address, a
-// consignee and the receipts of the sale. The server delivers orders in the
-// incoming format, read by the dictionary constructor; the screens fill an
-// order field by field and submit it in the outgoing format (postOrderInfo).
+/// @file
+/// The counter sale itself: a customer (perhaps represented by an agent) buys
+/// devices, phone numbers and a plan item, with an installation address, a
+/// consignee and the receipts of the sale. The server delivers orders in the
+/// incoming format, read by the dictionary constructor; the screens fill an
+/// order field by field and submit it in the outgoing format (postOrderInfo).
 #pragma once
 
 #include <cstdint>
@@ -26,25 +27,25 @@ namespace veltrane {
 
 class Order {
 public:
-    // Type, ID, prices 0; customer and agent two new, empty persons (every
-    // text ""); everything else unset.
+    /// Type, ID, prices 0; customer and agent two new, empty persons (every
+    /// text ""); everything else unset.
     Order() = default;
 
-    // Reads the incoming format, key by key: "ID" (optLong), "SN" (text),
-    // "InstallDate" (when the key is present, null included: optDouble
-    // seconds), the customer's "CTUserName", "Address", "CTCardNumber",
-    // "CTPictureHeads", "CTPictureTails" (as text), the consignee's
-    // "Consignee", "Address", "Tel" and the agent's "AgentCT…" keys (as they
-    // stand), "CreateTime" (always; absent is 1970), "Remarks", "TypeName",
-    // "ReceiptPath" (as they stand), "Amount" (float reading), "Type"
-    // (32-bit reading, sign-extended, as unsigned), the titles of address,
-    // city and district ("CTAddress", "AreaName", "SubAreaName"), receipts
-    // ("ReceiptArr", the tolerant list conversion), goods ("GoodsInfo": an
-    // array, or one goods dictionary), numbers ("PhoneInfo": an array only)
-    // and plan ("PlanInfo": its first element). Keeps the very dictionary.
-    // Throws ValueError, located at the key, for JSON null (or a container)
-    // where a number is read ("Amount", "Type", "GoodsInfo[0].GoodsID"...),
-    // and for a goods or phone element that is not a dictionary.
+    /// Reads the incoming format, key by key: "ID" (optLong), "SN" (text),
+    /// "InstallDate" (when the key is present, null included: optDouble
+    /// seconds), the customer's "CTUserName", "Address", "CTCardNumber",
+    /// "CTPictureHeads", "CTPictureTails" (as text), the consignee's
+    /// "Consignee", "Address", "Tel" and the agent's "AgentCT…" keys (as they
+    /// stand), "CreateTime" (always; absent is 1970), "Remarks", "TypeName",
+    /// "ReceiptPath" (as they stand), "Amount" (float reading), "Type"
+    /// (32-bit reading, sign-extended, as unsigned), the titles of address,
+    /// city and district ("CTAddress", "AreaName", "SubAreaName"), receipts
+    /// ("ReceiptArr", the tolerant list conversion), goods ("GoodsInfo": an
+    /// array, or one goods dictionary), numbers ("PhoneInfo": an array only)
+    /// and plan ("PlanInfo": its first element). Keeps the very dictionary.
+    /// Throws ValueError, located at the key, for JSON null (or a container)
+    /// where a number is read ("Amount", "Type", "GoodsInfo[0].GoodsID"...),
+    /// and for a goods or phone element that is not a dictionary.
     explicit Order(const Dictionary& dictionary);
 
     const std::optional<Dictionary>& raw() const noexcept { return raw_; }
@@ -53,7 +54,7 @@ public:
     void setType(unsigned long v) noexcept { type_ = v; }
     const std::optional<Value>& typeName() const noexcept { return typeName_; }
     void setTypeName(std::optional<Value> v) { typeName_ = std::move(v); }
-    // 0 for an order not yet created.
+    /// 0 for an order not yet created.
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
     const std::optional<std::string>& SN() const noexcept { return SN_; }
@@ -64,31 +65,31 @@ public:
     void setNumbers(std::optional<std::vector<NumberInfo>> v) { numbers_ = std::move(v); }
     const std::optional<PlanInfo>& plan() const noexcept { return plan_; }
     void setPlan(std::optional<PlanInfo> v) { plan_ = std::move(v); }
-    // The chosen item of the plan: this, not plan(), is what is submitted.
+    /// The chosen item of the plan: this, not plan(), is what is submitted.
     const std::optional<PlanItem>& planItem() const noexcept { return planItem_; }
     void setPlanItem(std::optional<PlanItem> v) { planItem_ = std::move(v); }
-    // The buyer, filled in in place by the screens.
+    /// The buyer, filled in in place by the screens.
     const Person& customer() const noexcept { return customer_; }
     Person& customer() noexcept { return customer_; }
     void setCustomer(Person v) { customer_ = std::move(v); }
-    // A second person who acts for the customer.
+    /// A second person who acts for the customer.
     const Person& agent() const noexcept { return agent_; }
     Person& agent() noexcept { return agent_; }
     void setAgent(Person v) { agent_ = std::move(v); }
     const std::optional<Date>& createTime() const noexcept { return createTime_; }
     void setCreateTime(std::optional<Date> v) noexcept { createTime_ = v; }
-    // What the customer is charged.
+    /// What the customer is charged.
     float dealPrice() const noexcept { return dealPrice_; }
     void setDealPrice(float v) noexcept { dealPrice_ = v; }
     const std::optional<Area>& city() const noexcept { return city_; }
     void setCity(std::optional<Area> v) { city_ = std::move(v); }
-    // The district within the city.
+    /// The district within the city.
     const std::optional<Area>& area() const noexcept { return area_; }
     void setArea(std::optional<Area> v) { area_ = std::move(v); }
-    // The installation address.
+    /// The installation address.
     const std::optional<Address>& address() const noexcept { return address_; }
     void setAddress(std::optional<Address> v) { address_ = std::move(v); }
-    // The consignee: who receives the goods, where, and their telephone.
+    /// The consignee: who receives the goods, where, and their telephone.
     const std::optional<Value>& contactName() const noexcept { return contactName_; }
     void setContactName(std::optional<Value> v) { contactName_ = std::move(v); }
     const std::optional<Value>& contactAddress() const noexcept { return contactAddress_; }
@@ -104,25 +105,25 @@ public:
     const std::optional<Date>& installDate() const noexcept { return installDate_; }
     void setInstallDate(std::optional<Date> v) noexcept { installDate_ = v; }
 
-    // The goods' deal prices, then the numbers' prefunds, added up in single
-    // precision (the products' price is not used).
+    /// The goods' deal prices, then the numbers' prefunds, added up in single
+    /// precision (the products' price is not used).
     float totalPrice() const noexcept;
 
-    // POST "postCreateOrder" with the outgoing format: "OrderID" (double,
-    // only for an ID of 1 or more), "InstallDate" (double seconds, when
-    // set), "Type" (unsigned), "CompanyID", "UserID" (32-bit), "GoodsInfo",
-    // "PlanInfo", "PhoneInfo" (compact JSON text, when there are goods, a plan
-    // item, numbers), the customer's and agent's nine keys, "CTCityID",
-    // "CTAreaID" (32-bit, 0 when unset), "CTAddress", "ReferenceAmount" and
-    // "Amount" (truncated toward zero, word-sized), "Consignee", "Address",
-    // "Tel", "Remarks"; every unset value JSON null. Logs the dictionary;
-    // the completion gets (flag, message, flag). A nested list that JSON
-    // cannot hold is left out, with a log line.
+    /// POST "postCreateOrder" with the outgoing format: "OrderID" (double,
+    /// only for an ID of 1 or more), "InstallDate" (double seconds, when
+    /// set), "Type" (unsigned), "CompanyID", "UserID" (32-bit), "GoodsInfo",
+    /// "PlanInfo", "PhoneInfo" (compact JSON text, when there are goods, a plan
+    /// item, numbers), the customer's and agent's nine keys, "CTCityID",
+    /// "CTAreaID" (32-bit, 0 when unset), "CTAddress", "ReferenceAmount" and
+    /// "Amount" (truncated toward zero, word-sized), "Consignee", "Address",
+    /// "Tel", "Remarks"; every unset value JSON null. Logs the dictionary;
+    /// the completion gets (flag, message, flag). A nested list that JSON
+    /// cannot hold is left out, with a log line.
     static void postOrderInfo(const Order& order, int32_t withCompanyID, int32_t andUserID, FlagCallback callback);
 
-    // GET "getOrders" with "companyid", "userid", "status" (unsigned, not
-    // for 0), "keyword" (when given; "" is sent) and "p": a page of orders,
-    // one bad order failing the whole page.
+    /// GET "getOrders" with "companyid", "userid", "status" (unsigned, not
+    /// for 0), "keyword" (when given; "" is sent) and "p": a page of orders,
+    /// one bad order failing the whole page.
     static void listWithStatus(unsigned long status, int32_t andCompanyID, int32_t andUserID, std::optional<std::string> andKeywords,
                                int32_t ofPage, ResultCallback<DataPage<Order>> callback);
 
@@ -149,8 +150,8 @@ private:
     std::optional<Date> installDate_;
 };
 
-// The display name of an order status: 0 "全部", 1 "已提交订单", 3 "退回修改",
-// 4 "成功订单", 5 "待收银", 10 "失败订单"; "未知状态" for every other code.
+/// The display name of an order status: 0 "全部", 1 "已提交订单", 3 "退回修改",
+/// 4 "成功订单", 5 "待收银", 10 "失败订单"; "未知状态" for every other code.
 std::string stringOfOrderStatusName(unsigned long status);
 
 } // namespace veltrane

@@ -1,4 +1,5 @@
-// RAII owners of libcurl handles: one owner each, no copies, noexcept moves.
+/// @file
+/// RAII owners of libcurl handles: one owner each, no copies, noexcept moves.
 #pragma once
 
 #include <curl/curl.h>
@@ -8,7 +9,7 @@
 
 namespace veltrane::curl {
 
-// Initialises libcurl once per process, before any handle is made.
+/// Initialises libcurl once per process, before any handle is made.
 void ensureGlobalInit();
 
 template <class Handle, void (*Free)(Handle*)>
@@ -51,16 +52,16 @@ using Multi = Holder<CURLM, detail::freeMulti>;
 using Slist = Holder<curl_slist, detail::freeSlist>;
 using Mime = Holder<curl_mime, detail::freeMime>;
 
-// A new easy handle; throws std::runtime_error when libcurl cannot make one.
+/// A new easy handle; throws std::runtime_error when libcurl cannot make one.
 Easy makeEasy();
 
-// Appends one header line to a list (a null list starts a new one).
+/// Appends one header line to a list (a null list starts a new one).
 void appendHeader(Slist& list, const std::string& line);
 
-// "<libcurl's text for code>: <details>" — the message of a failed transfer.
+/// "<libcurl's text for code>: <details>" — the message of a failed transfer.
 std::string describe(CURLcode code, const char* errorBuffer);
 
-// Collects a response body into a std::string (CURLOPT_WRITEFUNCTION).
+/// Collects a response body into a std::string (CURLOPT_WRITEFUNCTION).
 size_t appendToString(char* data, size_t size, size_t count, void* target);
 
 } // namespace veltrane::curl

@@ -1,11 +1,12 @@
-// An in-memory transport: records every request and answers from a script,
-// at once or later, on whichever thread delivers. For tests of code that
-// calls Server, in this library and in applications.
-//
-// Thread rules: every member may be called from any thread. Completions run
-// outside the transport's lock, so they may send further requests; an
-// exception that leaves a completion reaches whoever made it run (send() when
-// answering at once, deliver() otherwise).
+/// @file
+/// An in-memory transport: records every request and answers from a script,
+/// at once or later, on whichever thread delivers. For tests of code that
+/// calls Server, in this library and in applications.
+///
+/// Thread rules: every member may be called from any thread. Completions run
+/// outside the transport's lock, so they may send further requests; an
+/// exception that leaves a completion reaches whoever made it run (send() when
+/// answering at once, deliver() otherwise).
 #pragma once
 
 #include <deque>
@@ -28,20 +29,20 @@ public:
     };
     using Reply = GatewayReply;
 
-    // Queues the reply for the next request to api (first in, first out).
+    /// Queues the reply for the next request to api (first in, first out).
     void script(const std::string& api, Reply reply);
-    // Answers any request that has no scripted reply; without one, such a
-    // request gets (false, "no reply scripted for <api>").
+    /// Answers any request that has no scripted reply; without one, such a
+    /// request gets (false, "no reply scripted for <api>").
     void setHandler(std::function<Reply(const Request&)> handler);
-    // Holds completions until deliver() instead of answering inside send().
-    // A held request whose call is cancelled is answered at once with
-    // (false, "<api>: cancelled"), on the cancelling thread; one whose
-    // deadline has passed when deliver() comes is answered (false, "<api>:
-    // no answer within <N> ms").
+    /// Holds completions until deliver() instead of answering inside send().
+    /// A held request whose call is cancelled is answered at once with
+    /// (false, "<api>: cancelled"), on the cancelling thread; one whose
+    /// deadline has passed when deliver() comes is answered (false, "<api>:
+    /// no answer within <N> ms").
     void setDeferred(bool deferred);
-    // Runs the held completions, in order, on the calling thread; returns how many.
+    /// Runs the held completions, in order, on the calling thread; returns how many.
     size_t deliver();
-    // How many completions are held.
+    /// How many completions are held.
     size_t held() const;
 
     std::vector<Request> requests() const;
@@ -52,8 +53,8 @@ public:
     void sendCall(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion, std::shared_ptr<Call> call) override;
 
 private:
-    // Replies held until deliver(). A call's canceller refers to them weakly,
-    // so that nothing keeps an undelivered call alive but this.
+    /// Replies held until deliver(). A call's canceller refers to them weakly,
+    /// so that nothing keeps an undelivered call alive but this.
     struct Answer {
         std::shared_ptr<Call> call;
         GatewayCallback completion;

@@ -1,10 +1,11 @@
-// Named notifications with a sender and a user-information dictionary,
-// delivered synchronously, on the posting thread, to every observer of the name.
-//
-// Thread rules: observers may be added, removed and notifications posted from
-// any thread at once. Observers run outside the centre's lock, so they may
-// post or remove observers themselves. An observer removed while a post is
-// already delivering may still receive that one notification.
+/// @file
+/// Named notifications with a sender and a user-information dictionary,
+/// delivered synchronously, on the posting thread, to every observer of the name.
+///
+/// Thread rules: observers may be added, removed and notifications posted from
+/// any thread at once. Observers run outside the centre's lock, so they may
+/// post or remove observers themselves. An observer removed while a post is
+/// already delivering may still receive that one notification.
 #pragma once
 
 #include <any>
@@ -18,13 +19,13 @@
 
 namespace veltrane {
 
-// What a notification carries, by key: values of any type (records, lists of
-// them, values of the JSON model), read back with std::any_cast.
+/// What a notification carries, by key: values of any type (records, lists of
+/// them, values of the JSON model), read back with std::any_cast.
 using UserInfo = std::map<std::string, std::any, std::less<>>;
 
 struct Notification {
     std::string name;
-    std::any object;  // the sender
+    std::any object;  ///< the sender
     UserInfo userInfo;
 };
 
@@ -35,11 +36,11 @@ public:
 
     static NotificationCenter& defaultCenter();
 
-    // Observes notifications named name (every notification when name is empty).
+    /// Observes notifications named name (every notification when name is empty).
     Token addObserverForName(std::string name, Observer block);
     void removeObserver(Token token);
-    // Delivers to the observers registered when the post begins, in the order
-    // they were added. An exception that leaves an observer is logged.
+    /// Delivers to the observers registered when the post begins, in the order
+    /// they were added. An exception that leaves an observer is logged.
     void postNotificationName(std::string name, std::any object = {}, UserInfo userInfo = {});
 
 private:

@@ -1,6 +1,7 @@
-// RAII owners of SQLite's connection and statements, shared by the settings
-// store and the sandbox's store: one owner each, no copies, noexcept moves
-// for the connection. Internal to the platform's users: not installed.
+/// @file
+/// RAII owners of SQLite's connection and statements, shared by the settings
+/// store and the sandbox's store: one owner each, no copies, noexcept moves
+/// for the connection. Internal to the platform's users: not installed.
 #pragma once
 
 #include <sqlite3.h>
@@ -16,8 +17,8 @@ struct Closer {
 };
 using Database = std::unique_ptr<sqlite3, Closer>;
 
-// One prepared statement, finalised when it goes out of scope. Thread rules:
-// those of its connection.
+/// One prepared statement, finalised when it goes out of scope. Thread rules:
+/// those of its connection.
 class Statement {
 public:
     Statement(sqlite3* db, const char* sql) { code_ = sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr); }
@@ -37,7 +38,7 @@ public:
         return *this;
     }
     int step() { return code_ = sqlite3_step(stmt_); }
-    // Ready for another run with new bindings.
+    /// Ready for another run with new bindings.
     void reset() { sqlite3_reset(stmt_); }
     std::string_view text(int column) const {
         const char* t = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, column));
