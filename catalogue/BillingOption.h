@@ -17,12 +17,21 @@ public:
     /// Keeps a one-level copy of the dictionary.
     explicit BillingOption(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
 
+    /// "AgreementID", a 32-bit integer.
+    ///@{
     int32_t ID() const { return raw_.optInt("AgreementID"); }
     void setID(int32_t v) { raw_.set("AgreementID", NSBoxInt(v)); }
+    ///@}
+    /// "AgreementName", text.
+    ///@{
     std::optional<std::string> name() const { return text("AgreementName"); }
     void setName(std::optional<std::string> v) { setText("AgreementName", std::move(v)); }
+    ///@}
+    /// "AgreementDesc", text.
+    ///@{
     std::optional<std::string> description() const { return text("AgreementDesc"); }
     void setDescription(std::optional<std::string> v) { setText("AgreementDesc", std::move(v)); }
+    ///@}
     float price() const { return raw_.optFloat("Price"); }
     /// Stored as a float: the fraction is kept.
     void setPrice(float v) { raw_.set("Price", NSBoxFloat(v)); }

@@ -20,10 +20,16 @@ public:
     explicit Compound(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
+    /// "PackageID", a 32-bit integer.
+    ///@{
     int32_t ID() const { return raw_.optInt("PackageID"); }
     void setID(int32_t v) { raw_.set("PackageID", NSBoxInt(v)); }
+    ///@}
+    /// "PackageName", text.
+    ///@{
     std::optional<std::string> name() const { return text("PackageName"); }
     void setName(std::optional<std::string> v) { setText("PackageName", std::move(v)); }
+    ///@}
     float price() const { return raw_.optFloat("Price"); }
     /// Stored as a whole number: 19.9 is stored as 19.
     void setPrice(float v) { raw_.set("Price", NSBoxLong(truncateToLong(v))); }

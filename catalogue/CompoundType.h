@@ -19,10 +19,16 @@ public:
     explicit CompoundType(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
+    /// "ID", a 32-bit integer.
+    ///@{
     int32_t ID() const { return raw_.optInt("ID"); }
     void setID(int32_t v) { raw_.set("ID", NSBoxInt(v)); }
+    ///@}
+    /// "Name", text.
+    ///@{
     std::optional<std::string> name() const { return text("Name"); }
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
+    ///@}
 
     /// Package types are the same when their IDs are; names are not compared.
     bool isEqual(const CompoundType& other) const { return this == &other || ID() == other.ID(); }

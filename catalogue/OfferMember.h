@@ -25,18 +25,35 @@ public:
     bool isLoadedFromDict() const noexcept { return isLoadedFromDict_; }
 
     /// Read from "accNbr"; written to both "accNbr" and "subProdAccNbr".
+    ///@{
     std::optional<std::string> accountNumber() const { return text("accNbr"); }
     void setAccountNumber(std::optional<std::string> v);
+    ///@}
+    /// "areaCode", text.
+    ///@{
     std::optional<std::string> areaCode() const { return text("areaCode"); }
     void setAreaCode(std::optional<std::string> v) { setText("areaCode", std::move(v)); }
+    ///@}
+    /// "custId", text.
+    ///@{
     std::optional<std::string> customerID() const { return text("custId"); }
     void setCustomerID(std::optional<std::string> v) { setText("custId", std::move(v)); }
+    ///@}
+    /// "prodId", text.
+    ///@{
     std::optional<std::string> productID() const { return text("prodId"); }
     void setProductID(std::optional<std::string> v) { setText("prodId", std::move(v)); }
+    ///@}
+    /// "prodSpecId", text.
+    ///@{
     std::optional<std::string> productSpecID() const { return text("prodSpecId"); }
     void setProductSpecID(std::optional<std::string> v) { setText("prodSpecId", std::move(v)); }
+    ///@}
+    /// "prodSpecName", text.
+    ///@{
     std::optional<std::string> productSpecName() const { return text("prodSpecName"); }
     void setProductSpecName(std::optional<std::string> v) { setText("prodSpecName", std::move(v)); }
+    ///@}
     /// The SIM card number as the server gives it: "UIM", else "UimCode";
     /// written to both.
     std::optional<Value> uim() const;

@@ -22,13 +22,21 @@ public:
     explicit PlanFields(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
+    /// "ID", a 32-bit integer.
+    ///@{
     int32_t ID() const { return raw_.optInt("ID"); }
     void setID(int32_t v) { raw_.set("ID", NSBoxInt(v)); }
+    ///@}
+    /// "Name", text.
+    ///@{
     std::optional<std::string> name() const { return text("Name"); }
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
+    ///@}
     /// Read as 32 bits and sign-extended; written narrowed to 32 bits.
+    ///@{
     long type() const { return raw_.optInt("PlanType"); }
     void setType(long v) { raw_.set("PlanType", NSBoxInt(static_cast<int32_t>(v))); }
+    ///@}
 };
 
 } // namespace veltrane

@@ -33,8 +33,10 @@ public:
     float price() const noexcept { return price_; }
     void setPrice(float v) noexcept { price_ = v; }
     /// The price agreed with the customer; the list price until changed.
+    ///@{
     float dealPrice() const noexcept { return dealPrice_; }
     void setDealPrice(float v) noexcept { dealPrice_ = v; }
+    ///@}
 
     /// What is sent with an order: a writable copy of the dictionary with "ID",
     /// "Name", "Picture" and "IMEI" from the properties (an absent one removes

@@ -23,13 +23,20 @@ public:
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
     /// Read as 32 bits and sign-extended; written whole.
+    ///@{
     long ID() const { return raw_.optInt("ID"); }
     void setID(long v) { raw_.set("ID", NSBoxLong(v)); }
+    ///@}
     /// Setting nothing removes the key.
+    ///@{
     std::optional<std::string> Name() const { return text("Name"); }
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
+    ///@}
+    /// "Sort", a 32-bit integer.
+    ///@{
     int32_t Sort() const { return raw_.optInt("Sort"); }
     void setSort(int32_t v) { raw_.set("Sort", NSBoxInt(v)); }
+    ///@}
 
     /// GET "getCertificateList" with no parameter dictionary at all: one type
     /// per element of the reply, in order; one bad element fails the list.

@@ -20,13 +20,17 @@ public:
         : ID_(dictionary.optInt("ID")), name_(dictionary.optString("Name")), serial_(dictionary.optString("Number")) {}
 
     /// The index to fetch the card with (IDCardInfo::getCardInfoWithIndex).
+    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
+    ///@}
     const std::optional<std::string>& name() const noexcept { return name_; }
     void setName(std::optional<std::string> v) { name_ = std::move(v); }
     /// The card number.
+    ///@{
     const std::optional<std::string>& serial() const noexcept { return serial_; }
     void setSerial(std::optional<std::string> v) { serial_ = std::move(v); }
+    ///@}
 
     /// GET "getIdcardPages" with "companyid" (32-bit), no page number (the
     /// server's first page): a page of card lines.

@@ -29,23 +29,31 @@ public:
     const std::optional<std::string>& gender() const noexcept { return gender_; }
     void setGender(std::optional<std::string> v) { gender_ = std::move(v); }
     /// From "Nation".
+    ///@{
     const std::optional<std::string>& nationality() const noexcept { return nationality_; }
     void setNationality(std::optional<std::string> v) { nationality_ = std::move(v); }
+    ///@}
     /// Text, never parsed.
+    ///@{
     const std::optional<std::string>& birthday() const noexcept { return birthday_; }
     void setBirthday(std::optional<std::string> v) { birthday_ = std::move(v); }
+    ///@}
     const std::optional<std::string>& address() const noexcept { return address_; }
     void setAddress(std::optional<std::string> v) { address_ = std::move(v); }
     /// The identity card number, from "Number".
+    ///@{
     const std::optional<std::string>& serial() const noexcept { return serial_; }
     void setSerial(std::optional<std::string> v) { serial_ = std::move(v); }
+    ///@}
     const std::optional<std::string>& issuingAuthority() const noexcept { return issuingAuthority_; }
     void setIssuingAuthority(std::optional<std::string> v) { issuingAuthority_ = std::move(v); }
     const std::optional<std::string>& validityPeriod() const noexcept { return validityPeriod_; }
     void setValidityPeriod(std::optional<std::string> v) { validityPeriod_ = std::move(v); }
     /// The photo's bytes.
+    ///@{
     const std::optional<std::string>& photo() const noexcept { return photo_; }
     void setPhoto(std::optional<std::string> v) { photo_ = std::move(v); }
+    ///@}
     const std::optional<std::string>& frontCardImageUrl() const noexcept { return frontCardImageUrl_; }
     void setFrontCardImageUrl(std::optional<std::string> v) { frontCardImageUrl_ = std::move(v); }
     const std::optional<std::string>& backCardImageUrl() const noexcept { return backCardImageUrl_; }

@@ -18,8 +18,10 @@ public:
 
     /// Texts as a rule; a person read from an order holds the server's values
     /// as they stand (a number or JSON null included), and nothing means unset.
+    ///@{
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
+    ///@}
     const std::optional<Value>& address() const noexcept { return address_; }
     void setAddress(std::optional<Value> v) { address_ = std::move(v); }
     const std::optional<Value>& idCardNumber() const noexcept { return idCardNumber_; }

@@ -18,8 +18,10 @@ public:
     explicit ServiceTime(const Dictionary& dictionary) : date_(dictionary.optString("date")), time_(dictionary.optValue("time")) {}
 
     /// A day as the server writes it, never parsed.
+    ///@{
     const std::optional<std::string>& date() const noexcept { return date_; }
     void setDate(std::optional<std::string> v) { date_ = std::move(v); }
+    ///@}
     const std::optional<Value>& time() const noexcept { return time_; }
     void setTime(std::optional<Value> v) { time_ = std::move(v); }
 

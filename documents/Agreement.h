@@ -24,13 +24,20 @@ public:
 
     /// Read through 32 bits (sign-extended); written whole, so a value beyond
     /// 32 bits is stored and sent on as it is but reads back narrowed.
+    ///@{
     long ID() const { return raw_.optInt("ID"); }
     void setID(long v) { raw_.set("ID", NSBoxLong(v)); }
+    ///@}
+    /// "Name", text.
+    ///@{
     std::optional<std::string> name() const { return text("Name"); }
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
+    ///@}
     /// "IsChecked" equal to 1; written as 1 or 0.
+    ///@{
     bool checked() const { return raw_.optInt("IsChecked") == 1; }
     void setChecked(bool v) { raw_.set("IsChecked", NSBoxInt(v ? 1 : 0)); }
+    ///@}
 
     /// GET "getAgreementList" with "CompanyId" (that spelling: the signed-in
     /// user's company, word-sized; 0 with nobody signed in) and "SN".

@@ -22,8 +22,10 @@ public:
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
     /// From "PrintName".
+    ///@{
     const std::optional<std::string>& Name() const noexcept { return Name_; }
     void setName(std::optional<std::string> v) { Name_ = std::move(v); }
+    ///@}
 
     /// GET "getPrintServer" with "companyid" (32-bit). Data that is not an
     /// array gives (false, "暂无可用打印机", nothing); an empty array is a

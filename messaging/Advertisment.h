@@ -20,8 +20,10 @@ public:
     const std::optional<Value>& Name() const noexcept { return Name_; }
     void setName(std::optional<Value> v) { Name_ = std::move(v); }
     /// The banner's image address, read from "icon".
+    ///@{
     const std::optional<Value>& ImageUrl() const noexcept { return ImageUrl_; }
     void setImageUrl(std::optional<Value> v) { ImageUrl_ = std::move(v); }
+    ///@}
     const std::optional<Value>& Link() const noexcept { return Link_; }
     void setLink(std::optional<Value> v) { Link_ = std::move(v); }
     bool ShowBanner() const noexcept { return ShowBanner_; }

@@ -28,8 +28,10 @@ public:
     const std::optional<std::string>& path() const noexcept { return path_; }
     void setPath(std::optional<std::string> v) { path_ = std::move(v); }
     /// The receipt's identifier.
+    ///@{
     long recID() const noexcept { return recID_; }
     void setRecID(long v) noexcept { recID_ = v; }
+    ///@}
     const std::optional<std::string>& SN() const noexcept { return SN_; }
     void setSN(std::optional<std::string> v) { SN_ = std::move(v); }
     /// Empty when the reply has no "Data".

@@ -27,18 +27,31 @@ public:
     /// throw ValueError.
     void setRaw(std::optional<Dictionary> dictionary) { raw_ = std::move(dictionary); }
 
+    /// "ID", a 32-bit integer.
+    ///@{
     int32_t ID() const { return raw_ ? raw_->optInt("ID") : 0; }
     void setID(int32_t v) { write("ID", NSBoxInt(v)); }
+    ///@}
+    /// "Name", text.
+    ///@{
     std::optional<std::string> name() const { return raw_ ? raw_->optString("Name") : std::nullopt; }
     void setName(std::optional<std::string> v) { writeText("Name", std::move(v)); }
+    ///@}
     /// True when the integer reading of "IsNew" is not 0; written as 1 or 0.
+    ///@{
     bool isNew() const { return raw_ && raw_->optInt("IsNew") != 0; }
     void setIsNew(bool v) { write("IsNew", NSBoxInt(v ? 1 : 0)); }
+    ///@}
     /// True when the integer reading of "IsAuto" is not 0; written as 1 or 0.
+    ///@{
     bool isAuto() const { return raw_ && raw_->optInt("IsAuto") != 0; }
     void setIsAuto(bool v) { write("IsAuto", NSBoxInt(v ? 1 : 0)); }
+    ///@}
+    /// "Background", text.
+    ///@{
     std::optional<std::string> background() const { return raw_ ? raw_->optString("Background") : std::nullopt; }
     void setBackground(std::optional<std::string> v) { writeText("Background", std::move(v)); }
+    ///@}
 
     /// GET "getActionList" with "userid" and "companyid": the menu of that
     /// dealer, a bad element dropped with its log line.

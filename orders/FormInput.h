@@ -25,18 +25,27 @@ public:
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::shared); }
 
     /// How the field is drawn ("text", "choice", "idcard"...), as the server says.
+    ///@{
     std::optional<std::string> type() const { return text("type"); }
     void setType(std::optional<std::string> v) { setText("type", std::move(v)); }
+    ///@}
+    /// "label", text.
+    ///@{
     std::optional<std::string> label() const { return text("label"); }
     void setLabel(std::optional<std::string> v) { setText("label", std::move(v)); }
+    ///@}
     /// The key under which the filled value is sent.
+    ///@{
     std::optional<std::string> key() const { return text("key"); }
     void setKey(std::optional<std::string> v) { setText("key", std::move(v)); }
+    ///@}
     /// True only for the text "true", exactly ("True", "1" and a missing key
     /// are false); a JSON true counts, as optString reads it as "true".
     /// Written as the text "true" or "false".
+    ///@{
     bool required() const { return text("required") == "true"; }
     void setRequired(bool v) { setText("required", v ? "true" : "false"); }
+    ///@}
 
     /// GET "getActionForm" with "ID": the fields of that action's form, a bad
     /// element dropped with its log line.

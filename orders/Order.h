@@ -55,8 +55,10 @@ public:
     const std::optional<Value>& typeName() const noexcept { return typeName_; }
     void setTypeName(std::optional<Value> v) { typeName_ = std::move(v); }
     /// 0 for an order not yet created.
+    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
+    ///@}
     const std::optional<std::string>& SN() const noexcept { return SN_; }
     void setSN(std::optional<std::string> v) { SN_ = std::move(v); }
     const std::optional<std::vector<ProductInfo>>& products() const noexcept { return products_; }
@@ -66,8 +68,10 @@ public:
     const std::optional<PlanInfo>& plan() const noexcept { return plan_; }
     void setPlan(std::optional<PlanInfo> v) { plan_ = std::move(v); }
     /// The chosen item of the plan: this, not plan(), is what is submitted.
+    ///@{
     const std::optional<PlanItem>& planItem() const noexcept { return planItem_; }
     void setPlanItem(std::optional<PlanItem> v) { planItem_ = std::move(v); }
+    ///@}
     /// The buyer, filled in in place by the screens.
     const Person& customer() const noexcept { return customer_; }
     Person& customer() noexcept { return customer_; }
@@ -79,19 +83,27 @@ public:
     const std::optional<Date>& createTime() const noexcept { return createTime_; }
     void setCreateTime(std::optional<Date> v) noexcept { createTime_ = v; }
     /// What the customer is charged.
+    ///@{
     float dealPrice() const noexcept { return dealPrice_; }
     void setDealPrice(float v) noexcept { dealPrice_ = v; }
+    ///@}
     const std::optional<Area>& city() const noexcept { return city_; }
     void setCity(std::optional<Area> v) { city_ = std::move(v); }
     /// The district within the city.
+    ///@{
     const std::optional<Area>& area() const noexcept { return area_; }
     void setArea(std::optional<Area> v) { area_ = std::move(v); }
+    ///@}
     /// The installation address.
+    ///@{
     const std::optional<Address>& address() const noexcept { return address_; }
     void setAddress(std::optional<Address> v) { address_ = std::move(v); }
+    ///@}
     /// The consignee: who receives the goods, where, and their telephone.
+    ///@{
     const std::optional<Value>& contactName() const noexcept { return contactName_; }
     void setContactName(std::optional<Value> v) { contactName_ = std::move(v); }
+    ///@}
     const std::optional<Value>& contactAddress() const noexcept { return contactAddress_; }
     void setContactAddress(std::optional<Value> v) { contactAddress_ = std::move(v); }
     const std::optional<Value>& contactTel() const noexcept { return contactTel_; }
