@@ -17,6 +17,7 @@
 
 namespace veltrane {
 
+/// The method of a gateway request: each API name has its own.
 enum class HTTPMethod { GET, POST };
 
 /// Request parameters. nullopt means "no parameter dictionary at all", which is
@@ -25,8 +26,8 @@ using Parameters = std::optional<Dictionary>;
 
 /// What a transport hands back for one request.
 struct GatewayReply {
-    bool success = true;
-    std::optional<std::string> message;
+    bool success = true;                 ///< the envelope's "status" (false for any failure)
+    std::optional<std::string> message;  ///< the envelope's "info", or what went wrong ("getLabel: Server returned nothing")
     std::optional<Value> data;  ///< nothing when the reply carried no data; JSON null is a value
 };
 
@@ -36,6 +37,7 @@ struct GatewayReply {
 class Transport {
 public:
     virtual ~Transport() = default;
+    /// Sends one request of api with params, and answers completion once.
     virtual void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) = 0;
 
     /// What the gateway calls: send() for a call that may be cancelled or
@@ -48,6 +50,7 @@ public:
     virtual void sendCall(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion, std::shared_ptr<Call> call);
 };
 
+/// The gateway: where every class operation sends its request.
 class Server {
 public:
     /// Send a GET or POST request for api. They return at once; the completion
@@ -56,24 +59,37 @@ public:
     /// The request joins the group of the CallScope alive on this thread, if
     /// any: in a group already cancelled, the completion is called at once
     /// with (false, "<api>: cancelled") and nothing is sent.
+    ///@{
     static void httpGet(const std::string& api, Parameters params, GatewayCallback callback);
     static void httpPost(const std::string& api, Parameters params, GatewayCallback callback);
+    ///@}
 
     /// The server's base address: scheme, host and any leading path.
+    ///@{
     static std::string address();
     static void setAddress(std::string address);
+    ///@}
 
+    /// The transport every request goes through; nothing until one is set
+    /// (HTTPTransport::install() sets the platform's). Requests already sent
+    /// finish on the transport they were given to.
+    ///@{
     static void setTransport(std::shared_ptr<Transport> transport);
     static std::shared_ptr<Transport> transport();
+    ///@}
 };
 
 /// The signed-in user of the application.
 class User {
 public:
+    /// A user with their ID, their company's (the dealer's) and their login.
     User(long ID, long companyID, std::string loginAccount)
         : ID_(ID), companyID_(companyID), loginAccount_(std::move(loginAccount)) {}
+    /// The user's ID ("userid" in requests).
     long ID() const noexcept { return ID_; }
+    /// The dealer's company ID ("companyid" in requests).
     long companyID() const noexcept { return companyID_; }
+    /// The account the user signed in with ("username" in requests).
     const std::string& loginAccount() const noexcept { return loginAccount_; }
 
 private:
@@ -82,11 +98,14 @@ private:
     std::string loginAccount_;
 };
 
+/// Who is signed in: operations that act for the user read it. Safe from any thread.
 class Account {
 public:
     /// The signed-in user, or nothing when nobody is signed in.
     static std::optional<User> getCurrentUser();
+    /// Makes user the signed-in one (replacing any other).
     static void signIn(User user);
+    /// Nobody is signed in from now on.
     static void signOut();
 };
 

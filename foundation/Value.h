@@ -50,13 +50,16 @@ namespace veltrane {
 /// key and elements that led to the value ("data[3].Rank"), or the reason alone.
 class ValueError : public std::runtime_error {
 public:
+    /// An error whose place is not known yet (within() adds it).
     explicit ValueError(std::string reason) : ValueError(std::string(), std::move(reason)) {}
 
     /// The same error one level further out: segment is a key ("Rank") or an
     /// element ("[3]") under which the failing value was found.
     ValueError within(std::string_view segment) const;
 
+    /// Where: "data[3].Rank", or "" when not known.
     const std::string& path() const noexcept { return path_; }
+    /// What: "null has no integer value".
     const std::string& reason() const noexcept { return reason_; }
 
 private:
@@ -100,33 +103,49 @@ class Copier;
 class Access;
 } // namespace detail
 
+/// A JSON array: a shared handle to its elements (copies of the handle see
+/// one another's changes; copy() makes a new array).
 class Array {
 public:
     /// A new, empty array of its own.
     Array();
+    /// A new array of its own holding values.
+    ///@{
     Array(std::initializer_list<Value> values);
     explicit Array(std::vector<Value> values);
+    ///@}
+    /// Another handle to the same array: no element is copied.
+    ///@{
     Array(const Array& other);
     Array(Array&& other) noexcept;
     Array& operator=(const Array& other);
     Array& operator=(Array&& other) noexcept;
+    ///@}
     ~Array();
 
+    /// The number of elements.
     size_t size() const noexcept;
+    /// Whether it has no element.
     bool empty() const noexcept { return size() == 0; }
     /// The element at i; throws std::out_of_range past the end.
     const Value& operator[](size_t i) const;
     /// Replaces the element at i; throws std::out_of_range past the end.
     void set(size_t i, Value v);
+    /// Appends v.
     void push_back(Value v);
+    /// Makes room for n elements in all, so that appending does not move them.
     void reserve(size_t n);
+    /// The elements in order, read in place.
+    ///@{
     const Value* begin() const noexcept;
     const Value* end() const noexcept;
+    ///@}
 
     /// A one-level copy: a new array holding the same elements.
     Array copy() const;
     /// A deep copy that shares nothing with any reply or other holder.
     Array detached() const;
+    /// Whether both handles are to one array (not whether they are equal).
     bool isSame(const Array& other) const noexcept { return node_ == other.node_; }
 
 private:
@@ -138,26 +157,39 @@ private:
     detail::ArrayNode* node_;
 };
 
+/// A JSON object: a shared handle to its entries, keys in insertion order
+/// (copies of the handle see one another's changes; mutableCopy() makes a new
+/// one). The opt... reads never throw; the ...Value reads throw ValueError.
 class Dictionary {
 public:
     /// What iteration yields: the key and the value, both read in place.
     using Entry = std::pair<std::string_view, const Value&>;
 
+    /// A forward iterator over the entries, in insertion order.
     class const_iterator {
     public:
+        /// The standard iterator types.
+        ///@{
         using iterator_category = std::forward_iterator_tag;
         using value_type = Entry;
         using difference_type = std::ptrdiff_t;
         using pointer = void;
         using reference = Entry;
+        ///@}
+        /// At the entry whose key and value are these (begin() and end() make them).
         const_iterator(const Value* key = nullptr, const Value* value = nullptr) noexcept : key_(key), value_(value) {}
+        /// The entry here.
         Entry operator*() const noexcept;
+        /// On to the next entry.
+        ///@{
         const_iterator& operator++() noexcept;
         const_iterator operator++(int) noexcept {
             const_iterator before = *this;
             ++*this;
             return before;
         }
+        ///@}
+        /// Whether both are at the same entry.
         friend bool operator==(const const_iterator& a, const const_iterator& b) noexcept { return a.value_ == b.value_; }
 
     private:
@@ -167,20 +199,31 @@ public:
 
     /// A new, empty, writable dictionary of its own.
     Dictionary();
+    /// A new, writable dictionary of its own holding entries in their order
+    /// (a key given twice keeps its place and takes the later value).
     Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
+    /// Another handle to the same dictionary: no entry is copied.
+    ///@{
     Dictionary(const Dictionary& other);
     Dictionary(Dictionary&& other) noexcept;
     Dictionary& operator=(const Dictionary& other);
     Dictionary& operator=(Dictionary&& other) noexcept;
+    ///@}
     ~Dictionary();
 
+    /// The number of entries.
     size_t size() const noexcept;
+    /// Whether it has no entry.
     bool empty() const noexcept { return size() == 0; }
+    /// The entries in insertion order, read in place.
+    ///@{
     const_iterator begin() const noexcept;
     const_iterator end() const noexcept;
+    ///@}
 
     /// The stored value, or nullptr when the key is absent.
     const Value* find(std::string_view key) const noexcept;
+    /// Whether key is present (with JSON null too).
     bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
     /// The stored value as it stands: nothing when the key is absent, JSON null
     /// when null is stored.
@@ -192,19 +235,29 @@ public:
     void set(std::string_view key, Value v);
     /// Stores v, or removes the key when v is nothing.
     void setValue(std::string_view key, std::optional<Value> v);
+    /// Removes key, if present; the others keep their order. Throws ValueError
+    /// on a read-only dictionary.
     void remove(std::string_view key);
+    /// Makes room for n entries in all.
     void reserve(size_t n);
 
     /// One-level copies: a writable one, and one that refuses every write.
+    ///@{
     Dictionary mutableCopy() const;
     Dictionary immutableCopy() const;
+    ///@}
     /// A deep copy that shares nothing with any reply or other holder.
     Dictionary detached() const;
+    /// Whether writes are refused (an immutableCopy()).
     bool isReadOnly() const noexcept;
+    /// Whether both handles are to one dictionary (not whether they are equal).
     bool isSame(const Dictionary& other) const noexcept { return node_ == other.node_; }
 
     /// Typed reads that never throw. Absent keys, JSON null and values of the
-    /// wrong kind give the neutral value; numeric text is read as its number.
+    /// wrong kind give the neutral value (nothing, 0, false, an empty
+    /// dictionary); numeric text is read as its number, and a number as text
+    /// by optString.
+    ///@{
     std::optional<std::string> optString(std::string_view key) const;
     int32_t optInt(std::string_view key) const;
     long optLong(std::string_view key) const;
@@ -213,13 +266,16 @@ public:
     float optFloat(std::string_view key) const;
     std::optional<Array> optArray(std::string_view key) const;
     Dictionary optDictionary(std::string_view key) const;
+    ///@}
 
     /// The platform's plain readings: a number or numeric text; an absent key
     /// gives 0; null, an array or a dictionary throws ValueError naming the key.
+    ///@{
     int32_t intValue(std::string_view key) const;
     long longValue(std::string_view key) const;
     float floatValue(std::string_view key) const;
     double doubleValue(std::string_view key) const;
+    ///@}
 
 private:
     friend class Value;
@@ -230,26 +286,45 @@ private:
     detail::DictNode* node_;
 };
 
+/// One JSON value: null, a boolean, a number of a kind, text, an Array or a
+/// Dictionary. Made implicitly from each of them.
 class Value {
 public:
+    /// What a value holds.
     enum class Type : uint8_t { Null, Boolean, Number, String, Array, Dictionary };
 
+    /// JSON null.
+    ///@{
     Value() noexcept { setTag(kNull); }
     Value(std::nullptr_t) noexcept : Value() {}
+    ///@}
+    /// A boolean.
     Value(bool b) noexcept;
     /// A pointer is not a boolean: no Value from one (text comes as const char*).
     Value(const void*) = delete;
+    /// A number that keeps its kind: 32-bit, word-sized, unsigned word-sized,
+    /// float or double.
+    ///@{
     Value(int v) noexcept : Value(Number(static_cast<int32_t>(v))) {}
     Value(long v) noexcept : Value(Number(v)) {}
     Value(unsigned long v) noexcept : Value(Number(v)) {}
     Value(float v) noexcept : Value(Number(v)) {}
     Value(double v) noexcept : Value(Number(v)) {}
     Value(Number n) noexcept;
+    ///@}
+    /// Text, copied (held inline up to 15 bytes).
+    ///@{
     Value(std::string_view s);
     Value(const std::string& s) : Value(std::string_view(s)) {}
     Value(const char* s) : Value(std::string_view(s)) {}
+    ///@}
+    /// A handle to the container (not a copy of it).
+    ///@{
     Value(veltrane::Array a) noexcept;
     Value(veltrane::Dictionary d) noexcept;
+    ///@}
+    /// The same value; a container is shared, not copied.
+    ///@{
     Value(const Value& other) {
         if (other.holdsNode()) copyNode(other);
         else std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof(Value));
@@ -257,27 +332,35 @@ public:
     Value(Value&& other) noexcept;
     Value& operator=(const Value& other);
     Value& operator=(Value&& other) noexcept;
+    ///@}
     ~Value() {
         if (holdsNode()) release();
     }
 
+    /// What it holds.
     Type type() const noexcept;
+    /// Whether it holds that kind.
+    ///@{
     bool isNull() const noexcept { return tag() == kNull; }
     bool isBool() const noexcept { return tag() == kBool; }
     bool isNumber() const noexcept { return tag() >= kInt32 && tag() <= kDouble; }
     bool isString() const noexcept { return tag() <= kLongString; }
     bool isArray() const noexcept { return tag() == kArray; }
     bool isDictionary() const noexcept { return tag() == kDictionary; }
+    ///@}
 
     /// Checked access; each throws ValueError naming what the value really is.
     /// A string view lives as long as this value (or its reply) does.
+    ///@{
     bool asBool() const;
     Number asNumber() const;
     std::string_view asString() const;
     const veltrane::Array& asArray() const;
     const veltrane::Dictionary& asDictionary() const;
+    ///@}
 
     /// Unchecked views: nothing when the value is of another kind.
+    ///@{
     std::optional<std::string_view> stringIf() const noexcept {
         if (tag() < kLongString) return std::string_view(reinterpret_cast<const char*>(this), tag());
         if (tag() == kLongString) {
@@ -290,14 +373,17 @@ public:
     std::optional<Number> numberIf() const noexcept;
     const veltrane::Array* arrayIf() const noexcept { return isArray() ? &payload_.array : nullptr; }
     const veltrane::Dictionary* dictionaryIf() const noexcept { return isDictionary() ? &payload_.dictionary : nullptr; }
+    ///@}
 
     /// The platform's plain readings: numbers convert, text is read by its
     /// leading number, booleans are 1 or 0; null, arrays and dictionaries throw.
+    ///@{
     int32_t intValue() const;
     long longValue() const;
     unsigned long unsignedLongValue() const;
     float floatValue() const;
     double doubleValue() const;
+    ///@}
     /// Booleans and numbers as such; text is true for "true"/"yes" (any case)
     /// or a non-zero leading integer; null, arrays and dictionaries throw.
     bool boolValue() const;
@@ -353,8 +439,11 @@ private:
 
 static_assert(sizeof(Value) == 16, "a Value is 16 bytes");
 
+/// Deep equality of the elements (of the entries, without regard to order).
+///@{
 bool operator==(const Array& a, const Array& b);
 bool operator==(const Dictionary& a, const Dictionary& b);
+///@}
 
 /// A copy of record (any record type) that holds its own values, detached from
 /// the reply it was read from: every Value, Array and Dictionary it keeps is

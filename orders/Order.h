@@ -25,6 +25,7 @@
 
 namespace veltrane {
 
+/// One counter sale, as the server lists it and as the screens submit it.
 class Order {
 public:
     /// Type, ID, prices 0; customer and agent two new, empty persons (every
@@ -48,47 +49,78 @@ public:
     /// and for a goods or phone element that is not a dictionary.
     explicit Order(const Dictionary& dictionary);
 
+    /// The dictionary the order was read from; nothing for an order made by the screens.
+    ///@{
     const std::optional<Dictionary>& raw() const noexcept { return raw_; }
     void setRaw(std::optional<Dictionary> v) { raw_ = std::move(v); }
+    ///@}
+    /// The kind of sale, "Type": 1 a new line, 2 a device, others as the server names them (typeName).
+    ///@{
     unsigned long type() const noexcept { return type_; }
     void setType(unsigned long v) noexcept { type_ = v; }
+    ///@}
+    /// "TypeName" as it stands ("新装", "购机").
+    ///@{
     const std::optional<Value>& typeName() const noexcept { return typeName_; }
     void setTypeName(std::optional<Value> v) { typeName_ = std::move(v); }
+    ///@}
     /// 0 for an order not yet created.
     ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
     ///@}
+    /// The serial number the server gave the order, "SN".
+    ///@{
     const std::optional<std::string>& SN() const noexcept { return SN_; }
     void setSN(std::optional<std::string> v) { SN_ = std::move(v); }
+    ///@}
+    /// The devices sold ("GoodsInfo"), each with its IMEI and deal price.
+    ///@{
     const std::optional<std::vector<ProductInfo>>& products() const noexcept { return products_; }
     void setProducts(std::optional<std::vector<ProductInfo>> v) { products_ = std::move(v); }
+    ///@}
+    /// The phone numbers sold ("PhoneInfo"), each with its prefund.
+    ///@{
     const std::optional<std::vector<NumberInfo>>& numbers() const noexcept { return numbers_; }
     void setNumbers(std::optional<std::vector<NumberInfo>> v) { numbers_ = std::move(v); }
+    ///@}
+    /// The plan as the server listed it ("PlanInfo", its first element).
+    ///@{
     const std::optional<PlanInfo>& plan() const noexcept { return plan_; }
     void setPlan(std::optional<PlanInfo> v) { plan_ = std::move(v); }
+    ///@}
     /// The chosen item of the plan: this, not plan(), is what is submitted.
     ///@{
     const std::optional<PlanItem>& planItem() const noexcept { return planItem_; }
     void setPlanItem(std::optional<PlanItem> v) { planItem_ = std::move(v); }
     ///@}
     /// The buyer, filled in in place by the screens.
+    ///@{
     const Person& customer() const noexcept { return customer_; }
     Person& customer() noexcept { return customer_; }
     void setCustomer(Person v) { customer_ = std::move(v); }
+    ///@}
     /// A second person who acts for the customer.
+    ///@{
     const Person& agent() const noexcept { return agent_; }
     Person& agent() noexcept { return agent_; }
     void setAgent(Person v) { agent_ = std::move(v); }
+    ///@}
+    /// When the server created the order ("CreateTime"; 1970 when it sent none).
+    ///@{
     const std::optional<Date>& createTime() const noexcept { return createTime_; }
     void setCreateTime(std::optional<Date> v) noexcept { createTime_ = v; }
+    ///@}
     /// What the customer is charged.
     ///@{
     float dealPrice() const noexcept { return dealPrice_; }
     void setDealPrice(float v) noexcept { dealPrice_ = v; }
     ///@}
+    /// The city of the installation address ("CTCityID" when submitted, "AreaName" when listed).
+    ///@{
     const std::optional<Area>& city() const noexcept { return city_; }
     void setCity(std::optional<Area> v) { city_ = std::move(v); }
+    ///@}
     /// The district within the city.
     ///@{
     const std::optional<Area>& area() const noexcept { return area_; }
@@ -99,23 +131,36 @@ public:
     const std::optional<Address>& address() const noexcept { return address_; }
     void setAddress(std::optional<Address> v) { address_ = std::move(v); }
     ///@}
-    /// The consignee: who receives the goods, where, and their telephone.
+    /// The consignee: who receives the goods ("Consignee"), where ("Address"),
+    /// and their telephone ("Tel"), as they stand.
     ///@{
     const std::optional<Value>& contactName() const noexcept { return contactName_; }
     void setContactName(std::optional<Value> v) { contactName_ = std::move(v); }
-    ///@}
     const std::optional<Value>& contactAddress() const noexcept { return contactAddress_; }
     void setContactAddress(std::optional<Value> v) { contactAddress_ = std::move(v); }
     const std::optional<Value>& contactTel() const noexcept { return contactTel_; }
     void setContactTel(std::optional<Value> v) { contactTel_ = std::move(v); }
+    ///@}
+    /// The dealer's remarks, "Remarks", as they stand.
+    ///@{
     const std::optional<Value>& remarks() const noexcept { return remarks_; }
     void setRemarks(std::optional<Value> v) { remarks_ = std::move(v); }
+    ///@}
+    /// The receipts of the sale ("ReceiptArr").
+    ///@{
     const std::optional<std::vector<Receipt>>& receipts() const noexcept { return receipts_; }
     void setReceipts(std::optional<std::vector<Receipt>> v) { receipts_ = std::move(v); }
+    ///@}
+    /// Where the server keeps the signed receipt, "ReceiptPath", as it stands.
+    ///@{
     const std::optional<Value>& receiptPath() const noexcept { return receiptPath_; }
     void setReceiptPath(std::optional<Value> v) { receiptPath_ = std::move(v); }
+    ///@}
+    /// When the line is to be installed ("InstallDate").
+    ///@{
     const std::optional<Date>& installDate() const noexcept { return installDate_; }
     void setInstallDate(std::optional<Date> v) noexcept { installDate_ = v; }
+    ///@}
 
     /// The goods' deal prices, then the numbers' prefunds, added up in single
     /// precision (the products' price is not used).
