@@ -18,18 +18,20 @@
 
 namespace veltrane {
 
+/// One part of a multipart/form-data body.
 struct MultipartPart {
-    std::string name;
-    std::string content;
+    std::string name;     ///< the form field's name
+    std::string content;  ///< its bytes
     std::optional<std::string> fileName;  ///< present for a file part
     std::string contentType;              ///< empty for a plain-text part
 };
 
+/// A request for HTTPSession.
 struct HTTPRequest {
-    std::string url;
-    std::string method = "GET";
-    std::vector<std::pair<std::string, std::string>> headers;
-    std::string body;
+    std::string url;                                           ///< http or https, absolute
+    std::string method = "GET";                                ///< any method; a body goes with any
+    std::vector<std::pair<std::string, std::string>> headers;  ///< sent as they are, in order
+    std::string body;                                          ///< sent as it is
     std::vector<MultipartPart> parts;  ///< when not empty, sent as multipart/form-data instead of body
     /// What the request serves, for messages ("uploadSignaturePDF: cancelled");
     /// the URL when empty.
@@ -46,21 +48,23 @@ public:
     /// A plain-text part named `name`.
     void appendPlainText(std::string name, std::string value);
 
-    std::vector<MultipartPart> parts;
+    std::vector<MultipartPart> parts;  ///< the parts so far, in order
 };
 
 /// A POST request for url whose multipart/form-data body holds the parts that
 /// partBuilder adds, in that order. Boundary and part headers are libcurl's.
 HTTPRequest requestForHttpMultipartPost(std::string url, const std::function<void(MultipartPartBuilder&)>& partBuilder);
 
+/// What came back for an HTTP reply of any status.
 struct HTTPResponse {
-    long statusCode = 0;
+    long statusCode = 0;  ///< 200, 404...
     std::string url;  ///< where the reply came from, after any redirects
 };
 
+/// Why a request got no HTTP reply.
 struct HTTPError {
     int code = 0;  ///< libcurl's error code, or kRequestRefused
-    std::string description;
+    std::string description;  ///< "<name>: <what>", as in "uploadSignaturePDF: Couldn't connect to server"
 };
 
 /// HTTPError::code when a request adapter refused the request (see
@@ -75,7 +79,7 @@ using DataTaskCompletion =
 
 /// The limits of a session's requests.
 struct HTTPSessionOptions {
-    bool verifyTLS = true;
+    bool verifyTLS = true;  ///< check the server's certificate and name (off only for test servers)
     /// SHA-256 pins of the server's public key, each "sha256//<base64>": when
     /// given, a server whose key is none of them fails the request.
     std::vector<std::string> pinnedPublicKeys;
@@ -87,7 +91,7 @@ struct HTTPSessionOptions {
     /// only, and never from https back to http; a 301, 302 or 303 after a POST
     /// continues as a GET, as browsers do; 307 and 308 repeat the request.
     int maxRedirects = 5;
-    long connectTimeoutMilliseconds = 10'000;
+    long connectTimeoutMilliseconds = 10'000;  ///< to connect, TLS included
     long timeoutMilliseconds = 120'000;  ///< for each request of a redirect chain
 };
 
@@ -101,6 +105,7 @@ class Engine;
 /// A prepared data task; nothing is sent until resume().
 class DataTask {
 public:
+    /// Made by HTTPSession::dataTaskWithRequest.
     DataTask(HTTPRequest request, HTTPSessionOptions options, DataTaskCompletion completion, std::shared_ptr<http::Engine> engine)
         : request_(std::move(request)), options_(std::move(options)), completion_(std::move(completion)), engine_(std::move(engine)) {}
     /// Called on the session's thread as the body is sent (set before resume()).
@@ -125,6 +130,7 @@ private:
 /// on the network). Thread-safe; the shared session lives for the process.
 class HTTPSession {
 public:
+    /// A session with its own engine and thread, which end with it.
     explicit HTTPSession(HTTPSessionOptions options = {});
     ~HTTPSession();
     HTTPSession(const HTTPSession&) = delete;
@@ -132,7 +138,11 @@ public:
     /// The session of the signature upload and the manifest fetch; set its
     /// options (pins, trusted authorities, limits) before they start.
     static HTTPSession& sharedSession();
+    /// A task for request under the session's current options; nothing is
+    /// sent until its resume(). completionHandler runs once, on the session's
+    /// thread.
     std::shared_ptr<DataTask> dataTaskWithRequest(HTTPRequest request, DataTaskCompletion completionHandler);
+    /// The options new data tasks get.
     HTTPSessionOptions options() const;
     /// For the data tasks made from now on.
     void setOptions(HTTPSessionOptions options);
@@ -143,9 +153,9 @@ public:
     /// deadline end it; to a call of its own (named after the request) when
     /// none is given. Never throws for what the network or the server does.
     struct Outcome {
-        std::optional<std::string> data;
-        std::optional<HTTPResponse> response;
-        std::optional<HTTPError> error;
+        std::optional<std::string> data;       ///< the body of a reply of any status
+        std::optional<HTTPResponse> response;  ///< present when a reply came
+        std::optional<HTTPError> error;        ///< present when none came
     };
     /// The shared session's options when none are given.
     static Outcome perform(const HTTPRequest& request, const std::optional<HTTPSessionOptions>& options = std::nullopt,

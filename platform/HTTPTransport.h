@@ -3,7 +3,7 @@
 ///
 /// A request for API name N goes to the URL template with "{address}" replaced
 /// by Server::address() (one trailing "/" dropped) and "{api}" by N; by default
-/// <address>/index.php/api/<N>. GET sends the parameters as a query string,
+/// `<address>/index.php/api/<N>`. GET sends the parameters as a query string,
 /// POST as an application/x-www-form-urlencoded body (see encodeParameters).
 /// The reply must be a JSON object, split by the Envelope into flag, message
 /// and data. Anything else — an HTTP status other than 2xx (redirects are not
@@ -13,7 +13,7 @@
 ///
 /// Every request is a Call (see veltrane/foundation/Call.h): cancelling it
 /// ends it at once with (false, "<api>: cancelled") and sends nothing more of
-/// it; past its deadline it ends with (false, "<api>: no answer within <N>
+/// it; past its deadline it ends with (false, "<api>: no answer within N
 /// ms"), wherever it stands (waiting for a connection, or under way).
 ///
 /// Thread and lifetime rules: send() may be called from any thread. One
@@ -42,9 +42,9 @@ namespace veltrane {
 /// {"status": 1, "info": "...", "data": ...}: success is the boolean reading of
 /// "status" (true, a non-zero number, "1", "true"); an absent flag is failure.
 struct Envelope {
-    std::string successKey = "status";
-    std::string messageKey = "info";
-    std::string dataKey = "data";
+    std::string successKey = "status";  ///< the key of the flag
+    std::string messageKey = "info";    ///< the key of the message (text, or nothing)
+    std::string dataKey = "data";       ///< the key of the data (absent: no data; null: JSON null)
     /// Decides success from the value under successKey (nullptr when absent);
     /// empty means the default rule above. An exception it throws makes the
     /// reply a failure that names the key.
@@ -63,16 +63,17 @@ struct Envelope {
 /// attempt <n> of <max> in <ms> ms, after <reason>".
 struct RetryPolicy {
     int maxAttempts = 1;  ///< 1: never retried (the default)
-    std::chrono::milliseconds initialBackoff{200};
-    std::chrono::milliseconds maxBackoff{10'000};
+    std::chrono::milliseconds initialBackoff{200};  ///< the longest first wait
+    std::chrono::milliseconds maxBackoff{10'000};   ///< the longest wait of all
 };
 
+/// How an HTTPTransport reaches the server and reads its replies.
 struct HTTPTransportOptions {
-    std::string urlTemplate = "{address}/index.php/api/{api}";
-    Envelope envelope;
-    std::chrono::milliseconds connectTimeout{10'000};
+    std::string urlTemplate = "{address}/index.php/api/{api}";  ///< where a request of an API goes
+    Envelope envelope;                                          ///< how a reply is split
+    std::chrono::milliseconds connectTimeout{10'000};           ///< to connect, TLS included
     std::chrono::milliseconds timeout{30'000};  ///< whole request, connection included
-    bool verifyTLS = true;
+    bool verifyTLS = true;  ///< check the server's certificate and name (off only for test servers)
     /// SHA-256 pins of the server's public key, each "sha256//<base64>" (as
     /// libcurl's pinned public key option takes them): when given, a server
     /// whose key is none of them fails the request.
@@ -81,7 +82,7 @@ struct HTTPTransportOptions {
     std::string caCertificates;
     /// Offer HTTP/2 over TLS (ALPN), falling back to HTTP/1.1; false: HTTP/1.1 only.
     bool http2 = true;
-    RetryPolicy retry;
+    RetryPolicy retry;  ///< which failed GETs are made again (none by default)
     /// Further requests to a host wait for a free connection, without a curl
     /// handle and without their time limit running.
     long maxConnectionsPerHost = 6;
@@ -89,12 +90,12 @@ struct HTTPTransportOptions {
     /// answered over HTTP/2.
     long maxStreamsPerConnection = 100;
     size_t maxIdleHandles = 6;  ///< curl handles kept for reuse between bursts
-    size_t maxReplyBytes = 64u << 20;
+    size_t maxReplyBytes = 64u << 20;  ///< a longer reply fails with "<api>: reply larger than N bytes"
     /// Compressed replies the server may send; empty asks for none. gzip only
     /// by default: servers that answer brotli spend far more time compressing a
     /// small reply than the transfer saves on a fast network.
     std::string acceptEncoding = "gzip";
-    std::string userAgent = "Veltrane/1.0";
+    std::string userAgent = "Veltrane/1.0";  ///< the User-Agent header
 };
 
 /// Splits a reply body by the envelope. Never throws. A body that is not a JSON
@@ -117,8 +118,10 @@ namespace http {
 class Engine;
 }
 
+/// The gateway's transport over HTTP (see the top of this file).
 class HTTPTransport : public Transport {
 public:
+    /// A transport with its own engine and thread, which end with it.
     explicit HTTPTransport(HTTPTransportOptions options = {});
     ~HTTPTransport() override;
     HTTPTransport(const HTTPTransport&) = delete;
@@ -135,8 +138,11 @@ public:
     /// What the transport holds now: requests waiting for a connection,
     /// requests under way, and curl handles kept idle.
     struct Load {
-        size_t waiting = 0, active = 0, idleHandles = 0;
+        size_t waiting = 0;      ///< for a free connection, or a retry's time
+        size_t active = 0;       ///< under way
+        size_t idleHandles = 0;  ///< curl handles kept for reuse
     };
+    /// The transport's load now (for tests and diagnostics).
     Load load() const;
 
 private:
