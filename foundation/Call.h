@@ -7,7 +7,7 @@
 /// completion with (false, "<name>: cancelled"); a call started into a group
 /// already cancelled fails the same way without any request. A group's
 /// timeout or deadline ends a call that has not been answered in time with
-/// (false, "<name>: no answer within <N> ms"). The name is the API name of a
+/// (false, "<name>: no answer within N ms"). The name is the API name of a
 /// gateway call ("getPhonePages"), or the operation's ("uploadSignaturePDF",
 /// "checkWithPListURL").
 ///
@@ -41,6 +41,8 @@ namespace veltrane {
 
 class Call;
 
+/// Calls cancelled together, with a common timeout or deadline: one per
+/// screen, say. Copies are the same group.
 class CallGroup {
 public:
     /// A new group, with no deadline.
@@ -52,6 +54,7 @@ public:
     /// the group's requests can reach a server any more. Safe to call twice,
     /// from several threads at once, and from a completion.
     void cancel() const;
+    /// Whether cancel() has been called.
     bool isCancelled() const;
 
     /// Each call of the group must be answered within timeout of its start
@@ -72,6 +75,7 @@ private:
     std::shared_ptr<State> state_;
 };
 
+/// Makes the calls started on its thread, while it lives, join a group.
 class CallScope {
 public:
     /// Calls started on this thread while the scope is alive join group.
@@ -94,21 +98,27 @@ private:
 /// whichever comes first.
 class Call {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = std::chrono::steady_clock;  ///< the clock of starts and deadlines
 
     /// A call named name, starting now, in the current scope's group (if any):
     /// cancelled from the start when that group is; its deadline the earlier
     /// of the group's deadline and now plus the group's timeout.
     static std::shared_ptr<Call> begin(std::string name);
 
+    /// The API name or operation, for messages.
     const std::string& name() const noexcept { return name_; }
+    /// When the call began.
     Clock::time_point startedAt() const noexcept { return startedAt_; }
+    /// When it must be answered by; nothing for no deadline.
     std::optional<Clock::time_point> deadline() const noexcept { return deadline_; }
+    /// Whether it was cancelled (alone or with its group).
     bool isCancelled() const;
-    /// "<name>: cancelled" and "<name>: no answer within <N> ms", N being
+    /// "<name>: cancelled" and "<name>: no answer within N ms", N being
     /// the time the call was given.
+    ///@{
     std::string cancelledMessage() const;
     std::string expiredMessage() const;
+    ///@}
 
     /// Adds what to do when the call is cancelled (stop its request, answer
     /// at once...): run on the cancelling thread, in the order added, once;
@@ -123,8 +133,10 @@ public:
     void cancel();
     /// True for the first caller only: the one that delivers the completion.
     bool finish();
+    /// Whether finish() has been asked.
     bool isFinished() const;
 
+    /// Made by begin() (the group's state is the library's).
     Call(std::string name, std::shared_ptr<CallGroup::State> group);
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;

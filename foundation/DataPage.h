@@ -13,12 +13,14 @@
 
 namespace veltrane {
 
+/// A page of records of type T, numbered as the server numbers pages.
 template <class T>
 class DataPage {
 public:
     /// Turns one row into a record; returning nothing is an error.
     using Conversion = std::function<std::optional<T>(const Value&)>;
 
+    /// An empty page: counters 0, no data.
     DataPage() = default;
 
     /// Reads "count", "totalPages", "totalRows" and "nowPage" (numbers or numeric
@@ -47,16 +49,31 @@ public:
         data_ = std::move(result);
     }
 
+    /// How many rows this page holds ("count").
+    ///@{
     int32_t count() const noexcept { return count_; }
     void setCount(int32_t v) noexcept { count_ = v; }
+    ///@}
+    /// How many pages the whole list has ("totalPages").
+    ///@{
     int32_t totalPages() const noexcept { return totalPages_; }
     void setTotalPages(int32_t v) noexcept { totalPages_ = v; }
+    ///@}
+    /// How many rows the whole list has ("totalRows").
+    ///@{
     int32_t totalRows() const noexcept { return totalRows_; }
     void setTotalRows(int32_t v) noexcept { totalRows_ = v; }
+    ///@}
+    /// The number of this page ("nowPage").
+    ///@{
     int32_t currentPage() const noexcept { return currentPage_; }
     void setCurrentPage(int32_t v) noexcept { currentPage_ = v; }
+    ///@}
+    /// The records, in the server's order; nothing when the reply had no array.
+    ///@{
     const std::optional<std::vector<T>>& data() const noexcept { return data_; }
     void setData(std::optional<std::vector<T>> v) { data_ = std::move(v); }
+    ///@}
 
 private:
     int32_t count_ = 0;

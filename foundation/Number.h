@@ -15,25 +15,36 @@
 
 namespace veltrane {
 
+/// A number of a kind, read in any of the kinds by the rules above.
 class Number {
 public:
+    /// The kind a number was made from.
     enum class Kind : uint8_t { Int32, Long, UnsignedLong, Float, Double };
 
+    /// A number of the kind of v.
+    ///@{
     explicit Number(int32_t v) noexcept : kind_(Kind::Int32), i_(v) {}
     explicit Number(long v) noexcept : kind_(Kind::Long), i_(v) {}
     explicit Number(unsigned long v) noexcept : kind_(Kind::UnsignedLong), u_(v) {}
     explicit Number(float v) noexcept : kind_(Kind::Float), f_(v) {}
     explicit Number(double v) noexcept : kind_(Kind::Double), d_(v) {}
+    ///@}
 
+    /// The kind it was made from.
     Kind kind() const noexcept { return kind_; }
+    /// Whether it is a float or a double.
     bool isFloating() const noexcept { return kind_ == Kind::Float || kind_ == Kind::Double; }
 
+    /// Its value in that kind, by the conversion rules above; boolValue() is
+    /// whether it is not zero (NaN is true).
+    ///@{
     int32_t intValue() const noexcept;
     long longValue() const noexcept;
     unsigned long unsignedLongValue() const noexcept;
     float floatValue() const noexcept;
     double doubleValue() const noexcept;
     bool boolValue() const noexcept;
+    ///@}
 
     /// The shortest decimal text that reads back to the same value in the
     /// number's own precision ("0.1" for the float 0.1f, "nan"/"inf" as such).
@@ -55,13 +66,17 @@ private:
 
 /// Floating to integer by the rule above: truncation toward zero, NaN is 0,
 /// out-of-range values clamp to the 64-bit limits.
+///@{
 int64_t truncateToLong(double v) noexcept;
 uint64_t truncateToUnsignedLong(double v) noexcept;
+///@}
 
 /// Leading numeric readings of text, as the platform reads "12abc" as 12:
 /// leading blanks are skipped, the longest prefix that reads as a number is
 /// taken, and no prefix gives 0. Integer readings saturate at the 64-bit limits.
+///@{
 int64_t leadingInteger(std::string_view text) noexcept;
 double leadingDouble(std::string_view text) noexcept;
+///@}
 
 } // namespace veltrane

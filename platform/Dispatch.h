@@ -11,7 +11,9 @@
 
 namespace veltrane {
 
+/// Work for a queue.
 using Task = std::function<void()>;
+/// The clock of the main queue's deadlines.
 using Clock = std::chrono::steady_clock;
 
 /// The main queue. Tasks are queued from any thread and run, in deadline order
@@ -22,6 +24,7 @@ using Clock = std::chrono::steady_clock;
 /// An exception that leaves a task is logged; the queue goes on.
 class MainQueue {
 public:
+    /// Runs task as soon as the queue is driven.
     void async(Task task);
     /// Runs task once delay has passed (nanosecond resolution, steady clock).
     void after(std::chrono::nanoseconds delay, Task task);
@@ -32,13 +35,17 @@ public:
     /// Drives the queue for a while: runs tasks as they fall due, sleeping in
     /// between. Returns when the time is up or stop is true after a task.
     void runFor(std::chrono::nanoseconds duration, const std::function<bool()>& stop = {});
+    /// How many tasks wait.
     size_t pending() const;
+    /// Drops every waiting task unrun (for tests).
     void clear();
 
     /// Hands each task (with its deadline) to another executor instead of
     /// keeping it here; an empty executor restores the built-in queue.
+    ///@{
     using Executor = std::function<void(Task task, Clock::time_point deadline)>;
     void setExecutor(Executor executor);
+    ///@}
 
 private:
     struct Entry {
@@ -58,8 +65,10 @@ private:
 /// How many threads the global queue may grow to.
 inline constexpr size_t kGlobalQueueMaxThreads = 64;
 
+/// The process's queues.
 class Dispatch {
 public:
+    /// The main queue: completions meant for the UI thread run there.
     static MainQueue& mainQueue();
     /// Runs task on the pool of high-priority background threads (created on
     /// first use, alive for the whole process): 2 to 4 threads, one per core,

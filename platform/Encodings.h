@@ -17,17 +17,21 @@ namespace veltrane {
 ///    (every character that may stand in a URL; blanks, %, #, quotes,
 ///    brackets, controls and non-ASCII are escaped)
 ///  - form: * - . _, with the blank written as "+" (application/x-www-form-urlencoded)
+///@{
 std::string percentEncodeURLPath(std::string_view text);
 std::string percentEncodeLegacyURL(std::string_view text);
 std::string formURLEncode(std::string_view text);
+///@}
 
 /// Decodes %XX escapes (and "+" as a blank when form is true); malformed
 /// escapes stay as they are.
 std::string percentDecode(std::string_view text, bool form = false);
 
 /// Standard base64 (with padding).
+///@{
 std::string base64Encode(std::string_view bytes);
 std::string stringEncodedWithDataUsingBase64(std::string_view bytes);
+///@}
 /// Strict decoding: the standard alphabet, correct padding, nothing ignored
 /// (a line break or blank makes the whole text invalid). Nothing when invalid.
 std::optional<std::string> base64DecodeStrict(std::string_view text);

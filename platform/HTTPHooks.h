@@ -38,12 +38,14 @@ using RequestAdapter = std::function<void(OutgoingRequest& request)>;
 /// Registers adapter after those registered before; returns its number, for
 /// removeRequestAdapter.
 uint64_t addRequestAdapter(RequestAdapter adapter);
+/// Removes the adapter of that number (nothing for an unknown number).
 void removeRequestAdapter(uint64_t number);
+/// Removes every adapter.
 void removeAllRequestAdapters();
 /// Runs every adapter on request, in order; lets an adapter's exception out.
 /// The header values they add are masked wherever the log would show them.
-/// Whether any is registered, cheaply.
 void adaptRequest(OutgoingRequest& request);
+/// Whether any adapter is registered, cheaply.
 bool hasRequestAdapters() noexcept;
 
 /// One attempt of a request, as it went. Times run from the attempt's start on
@@ -55,13 +57,19 @@ struct RequestEvent {
     std::string method;  ///< "GET" or "POST"
     int attempt = 1;     ///< a retry is 2, 3...; a redirect's request counts as the next attempt
     long status = 0;     ///< the HTTP status; 0 when no answer came
-    uint64_t bytesSent = 0, bytesReceived = 0;  ///< headers included
-    std::chrono::microseconds nameLookup{0}, connect{0}, tlsHandshake{0}, firstByte{0}, total{0};
-    bool connectionReused = false;
+    uint64_t bytesSent = 0;      ///< headers included
+    uint64_t bytesReceived = 0;  ///< headers included
+    std::chrono::microseconds nameLookup{0};    ///< until the name was looked up
+    std::chrono::microseconds connect{0};       ///< until connected
+    std::chrono::microseconds tlsHandshake{0};  ///< until the TLS handshake was done
+    std::chrono::microseconds firstByte{0};     ///< until the reply's first byte
+    std::chrono::microseconds total{0};         ///< until the attempt ended
+    bool connectionReused = false;              ///< whether it went on a connection already open
     std::string httpVersion;           ///< "1.1", "2"; empty when no answer came
     std::optional<std::string> error;  ///< why the attempt failed, when it did
 };
 
+/// Hears of every attempt, on the thread that carries the request.
 using RequestObserver = std::function<void(const RequestEvent& event)>;
 
 /// Sets the observer of every attempt (empty: none); returns the one before.
@@ -69,6 +77,7 @@ using RequestObserver = std::function<void(const RequestEvent& event)>;
 RequestObserver setRequestObserver(RequestObserver observer);
 /// Tells the observer, if there is one.
 void observeRequest(const RequestEvent& event) noexcept;
+/// Whether an observer is set, cheaply.
 bool hasRequestObserver() noexcept;
 
 } // namespace veltrane

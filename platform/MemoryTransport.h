@@ -20,13 +20,16 @@
 
 namespace veltrane {
 
+/// A transport that answers from a script (see the top of this file).
 class MemoryTransport : public Transport {
 public:
+    /// A request as it was sent.
     struct Request {
-        HTTPMethod method;
-        std::string api;
-        Parameters params;
+        HTTPMethod method;  ///< GET or POST
+        std::string api;    ///< the API name
+        Parameters params;  ///< the parameters as sent (nothing: none at all)
     };
+    /// What a request is answered with.
     using Reply = GatewayReply;
 
     /// Queues the reply for the next request to api (first in, first out).
@@ -45,8 +48,12 @@ public:
     /// How many completions are held.
     size_t held() const;
 
+    /// Every request so far, in order.
     std::vector<Request> requests() const;
+    /// The latest request; throws std::logic_error when there is none.
     Request lastRequest() const;
+    /// Forgets the requests, the scripted replies and the held completions
+    /// (which then never run); the handler stays.
     void clear();
 
     void send(HTTPMethod method, const std::string& api, Parameters params, GatewayCallback completion) override;

@@ -23,21 +23,27 @@ namespace veltrane {
 /// them, values of the JSON model), read back with std::any_cast.
 using UserInfo = std::map<std::string, std::any, std::less<>>;
 
+/// One notification, as observers receive it.
 struct Notification {
-    std::string name;
-    std::any object;  ///< the sender
-    UserInfo userInfo;
+    std::string name;   ///< what happened, e.g. "PushMessageNotification"
+    std::any object;    ///< the sender
+    UserInfo userInfo;  ///< what it carries
 };
 
+/// Delivers notifications to observers by name, on the posting thread.
 class NotificationCenter {
 public:
+    /// Receives a notification.
     using Observer = std::function<void(const Notification&)>;
+    /// Names a registration, for removeObserver.
     using Token = uint64_t;
 
+    /// The process's center, where the library posts.
     static NotificationCenter& defaultCenter();
 
     /// Observes notifications named name (every notification when name is empty).
     Token addObserverForName(std::string name, Observer block);
+    /// Ends a registration (nothing for an unknown token).
     void removeObserver(Token token);
     /// Delivers to the observers registered when the post begins, in the order
     /// they were added. An exception that leaves an observer is logged.

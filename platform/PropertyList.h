@@ -50,9 +50,13 @@ std::optional<Dictionary> dictionaryWithContentsOfURL(const std::string& url, Va
 /// Thread-safe.
 class Bundle {
 public:
+    /// The application's bundle.
     static Bundle& mainBundle();
+    /// The application's information (a copy).
+    ///@{
     Dictionary infoDictionary() const;
     void setInfoDictionary(Dictionary info);
+    ///@}
     /// Sets "CFBundleShortVersionString" in the information dictionary.
     void setShortVersionString(std::string version);
 

@@ -30,22 +30,35 @@ namespace veltrane {
 /// <what>" and goes no further.
 void runGuarded(const std::function<void()>& task, std::string_view where) noexcept;
 
+/// A pool of threads that grows while its threads are busy (see the top of
+/// this file).
 class ThreadPool {
 public:
+    /// Work for the pool.
     using Task = std::function<void()>;
 
     /// name labels the log line of a task that throws ("<name>: task raised: ...").
+    /// minThreads start at once and stay; up to maxThreads in all while
+    /// tasks keep every thread busy; a thread beyond the minimum ends after
+    /// idleTimeout without work.
     ThreadPool(std::string name, size_t minThreads, size_t maxThreads, std::chrono::milliseconds idleTimeout);
     ~ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
 
+    /// Runs task on a pool thread (a new one when every thread is busy and
+    /// the cap allows), or after shutdown() on the calling thread.
     void submit(Task task);
+    /// Runs the queued tasks, then joins every thread.
     void shutdown();
 
+    /// What the pool holds now.
     struct Load {
-        size_t threads = 0, idle = 0, queued = 0;
+        size_t threads = 0;  ///< alive
+        size_t idle = 0;     ///< waiting for a task
+        size_t queued = 0;   ///< tasks not started
     };
+    /// The pool's load now (for tests and diagnostics).
     Load load() const;
 
 private:

@@ -36,6 +36,7 @@ struct sqlite3;
 
 namespace veltrane {
 
+/// A settings store (see the top of this file).
 class UserDefaults {
 public:
     /// Opens (creating when needed) the store in file.
@@ -49,24 +50,33 @@ public:
     /// Where the standard store lives: set by the application before first
     /// use; by default $XDG_CONFIG_HOME/veltrane/UserDefaults.sqlite (or
     /// ~/.config/...; ./veltrane-UserDefaults.sqlite without a home).
+    ///@{
     static void setStandardPath(std::filesystem::path file);
     static std::filesystem::path standardPath();
+    ///@}
 
+    /// What a key holds.
     struct Lookup {
+        /// A value; no value; a value that could not be read.
         enum class State { found, absent, unreadable };
-        State state = State::absent;
+        State state = State::absent;  ///< which of the three
         std::optional<Value> value;  ///< when found
         std::string reason;          ///< when unreadable
     };
+    /// What key holds; an unreadable value is logged once with its reason.
     Lookup lookup(std::string_view key);
     /// The value under key; nothing when it is absent or unreadable.
     std::optional<Value> objectForKey(std::string_view key) { return lookup(key).value; }
+    /// Stores value under key (committed at once); false when the file could
+    /// not be written, the value being kept in memory for the run.
     bool setObject(std::string_view key, const Value& value);
+    /// Removes key; false when the file could not be written.
     bool removeObjectForKey(std::string_view key);
     /// Forces everything written so far to disk; false when the store could
     /// not be written (kept in memory only).
     bool synchronize();
 
+    /// The store's file.
     const std::filesystem::path& file() const noexcept { return file_; }
     /// Whether the values live in memory only, the file being unusable.
     bool inMemory() const noexcept { return inMemory_; }
