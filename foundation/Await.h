@@ -16,21 +16,23 @@
 
 namespace veltrane {
 
+/// What a ResultCallback was called with.
 template <class T>
 struct Outcome {
-    bool success = false;
-    std::optional<std::string> message;
-    std::optional<T> result;
+    bool success = false;                ///< the first argument
+    std::optional<std::string> message;  ///< the second
+    std::optional<T> result;             ///< the third
 };
 
+/// What a FlagCallback was called with.
 struct FlagOutcome {
-    bool success = false;
-    std::optional<std::string> message;
-    bool flag = false;
+    bool success = false;                ///< the first argument
+    std::optional<std::string> message;  ///< the second
+    bool flag = false;                   ///< the third
 };
 
 /// Calls start with a completion and waits for its first call, at most limit;
-/// no call in time gives (false, "no answer within <limit> s", nothing). Later
+/// no call in time gives (false, "no answer within N s", nothing), N being limit. Later
 /// calls of the completion are ignored.
 template <class T, class Start>
 Outcome<T> await(Start start, std::chrono::seconds limit = std::chrono::seconds(60)) {

@@ -43,7 +43,9 @@ void registerSecret(std::string secret);
 
 /// Whether the log shows personal data as it is. Turning it on logs one line
 /// that says so.
+///@{
 void logPersonalDataInClear(bool clear = true);
 bool loggingPersonalDataInClear() noexcept;
+///@}
 
 } // namespace veltrane

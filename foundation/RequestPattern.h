@@ -33,29 +33,34 @@
 
 namespace veltrane::reply {
 
+/// Whether a handler is guarded (see the top of this file).
 enum class Guard { off, on };
 
 /// Reads one reply of api: the gateway's (flag, message, data).
 using Handler = std::function<void(const std::string& api, bool ok, std::optional<std::string> message, std::optional<Value> data)>;
 
 /// Sends a GET or POST request for api and reads its reply with handler.
+///@{
 void get(const std::string& api, Parameters params, Handler handler);
 void post(const std::string& api, Parameters params, Handler handler);
+///@}
 
 /// What a conversion hands to the caller's completion.
 template <class T>
 struct Delivery {
-    bool success;
-    std::optional<std::string> message;
-    std::optional<T> result;
+    bool success;                        ///< the completion's flag
+    std::optional<std::string> message;  ///< its message
+    std::optional<T> result;             ///< its result
 };
 
 /// The dictionary a record is built from: absent data reads as an empty
 /// dictionary (every field at its default); any other kind throws ValueError.
+///@{
 inline Dictionary dictionaryOf(const Value* data) {
     return data ? data->asDictionary() : Dictionary();
 }
 inline Dictionary dictionaryOf(const std::optional<Value>& data) { return dictionaryOf(data ? &*data : nullptr); }
+///@}
 
 /// The skeleton of every handler: failure path, then the conversion
 /// convert(message, data) -> Delivery<T>, then the caller's completion.
@@ -87,6 +92,8 @@ Handler handle(ResultCallback<T> callback, Guard guard, Convert convert) {
     };
 }
 
+/// The records of data's elements, by the tolerant list conversion (see
+/// arrayByConvertElementsUsingBlock).
 template <class R>
 std::vector<R> convertElements(const Value& data) {
     return arrayByConvertElementsUsingBlock(data, makeRecord<R>);
@@ -145,6 +152,7 @@ std::vector<R> strictElements(const Value& data, const std::function<bool(const 
     return records;
 }
 
+/// Strict list (see strictElements) of the data; absent data is an empty list.
 template <class R>
 Handler loopList(ResultCallback<std::vector<R>> callback, std::function<bool(const Value&)> skip = {}) {
     return handle(std::move(callback), Guard::on, [skip = std::move(skip)](auto& message, auto& data) {
