@@ -23,12 +23,18 @@ public:
     /// 0, a null or container where a number is read throws ValueError.
     explicit NumberInfo(const Dictionary& dictionary);
 
+    /// "Phone".
+    ///@{
     const std::optional<Value>& phoneNumber() const noexcept { return phoneNumber_; }
     void setPhoneNumber(std::optional<Value> v) { phoneNumber_ = std::move(v); }
+    ///@}
     int32_t rank() const noexcept { return rank_; }
     void setRank(int32_t v) noexcept { rank_ = v; }  // not written back to raw()
+    /// "Prestore".
+    ///@{
     float prefund() const noexcept { return prefund_; }
     void setPrefund(float v) noexcept { prefund_ = v; }
+    ///@}
     const std::optional<Value>& UIM() const noexcept { return UIM_; }
     void setUIM(std::optional<Value> v) { UIM_ = std::move(v); }
 

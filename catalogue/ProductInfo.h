@@ -22,16 +22,25 @@ public:
     /// price). A null or container where a number is read throws ValueError.
     explicit ProductInfo(const Dictionary& dictionary);
 
+    /// "ID".
+    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
+    ///@}
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
+    /// "IMEI".
+    ///@{
     const std::optional<Value>& serial() const noexcept { return serial_; }
     void setSerial(std::optional<Value> v) { serial_ = std::move(v); }
+    ///@}
     const std::optional<Value>& picture() const noexcept { return picture_; }
     void setPicture(std::optional<Value> v) { picture_ = std::move(v); }
+    /// "Price".
+    ///@{
     float price() const noexcept { return price_; }
     void setPrice(float v) noexcept { price_ = v; }
+    ///@}
     /// The price agreed with the customer; the list price until changed.
     ///@{
     float dealPrice() const noexcept { return dealPrice_; }

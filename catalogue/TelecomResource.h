@@ -20,14 +20,20 @@ public:
     /// Null or a container under "type" or "code" throws ValueError.
     explicit TelecomResource(const Dictionary& dictionary);
 
+    /// "name".
+    ///@{
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
+    ///@}
     bool isTel() const noexcept { return isTel_; }
     void setIsTel(bool v) noexcept { isTel_ = v; }
     bool isWan() const noexcept { return isWan_; }
     void setIsWan(bool v) noexcept { isWan_ = v; }
+    /// "code".
+    ///@{
     bool available() const noexcept { return available_; }
     void setAvailable(bool v) noexcept { available_ = v; }
+    ///@}
 
     /// GET "getResourceConfirm" with "areaCode", "siteID" and "addressID" (the
     /// third argument is the address, whatever its name says).

@@ -24,8 +24,11 @@ public:
     /// included, leaves it unset, as do JSON null and an absent key).
     explicit IDCardInfo(const Dictionary& dictionary);
 
+    /// "Name".
+    ///@{
     const std::optional<std::string>& name() const noexcept { return name_; }
     void setName(std::optional<std::string> v) { name_ = std::move(v); }
+    ///@}
     const std::optional<std::string>& gender() const noexcept { return gender_; }
     void setGender(std::optional<std::string> v) { gender_ = std::move(v); }
     /// From "Nation".
@@ -47,8 +50,11 @@ public:
     ///@}
     const std::optional<std::string>& issuingAuthority() const noexcept { return issuingAuthority_; }
     void setIssuingAuthority(std::optional<std::string> v) { issuingAuthority_ = std::move(v); }
+    /// "ValidityPeriod".
+    ///@{
     const std::optional<std::string>& validityPeriod() const noexcept { return validityPeriod_; }
     void setValidityPeriod(std::optional<std::string> v) { validityPeriod_ = std::move(v); }
+    ///@}
     /// The photo's bytes.
     ///@{
     const std::optional<std::string>& photo() const noexcept { return photo_; }
@@ -56,8 +62,11 @@ public:
     ///@}
     const std::optional<std::string>& frontCardImageUrl() const noexcept { return frontCardImageUrl_; }
     void setFrontCardImageUrl(std::optional<std::string> v) { frontCardImageUrl_ = std::move(v); }
+    /// "CardBackUrl".
+    ///@{
     const std::optional<std::string>& backCardImageUrl() const noexcept { return backCardImageUrl_; }
     void setBackCardImageUrl(std::optional<std::string> v) { backCardImageUrl_ = std::move(v); }
+    ///@}
 
     /// A card rebuilt from an action-form order's info: all its keys, with
     /// "Address", "Name", "Number", "CardFrontUrl" and "CardBackUrl" taken from

@@ -17,12 +17,18 @@ public:
     /// "Content" and "Title" (as they stand; nothing when absent).
     explicit Tag(const Dictionary& dictionary);
 
+    /// "ID".
+    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
+    ///@}
     const std::optional<Value>& content() const noexcept { return content_; }
     void setContent(std::optional<Value> v) { content_ = std::move(v); }
+    /// "Title".
+    ///@{
     const std::optional<Value>& title() const noexcept { return title_; }
     void setTitle(std::optional<Value> v) { title_ = std::move(v); }
+    ///@}
 
     /// GET "getLabel" with "type" (unsigned) and "companyid" (32-bit); the
     /// result is the tags of the reply's list.

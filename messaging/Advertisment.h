@@ -17,8 +17,11 @@ public:
     /// ValueError for an "isbar" of null or a container.
     explicit Advertisment(const Dictionary& dictionary);
 
+    /// "name".
+    ///@{
     const std::optional<Value>& Name() const noexcept { return Name_; }
     void setName(std::optional<Value> v) { Name_ = std::move(v); }
+    ///@}
     /// The banner's image address, read from "icon".
     ///@{
     const std::optional<Value>& ImageUrl() const noexcept { return ImageUrl_; }

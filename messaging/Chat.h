@@ -27,16 +27,25 @@ public:
     /// for JSON null (or a container) where a number is read.
     explicit Chat(const Dictionary& dictionary);
 
+    /// "ID".
+    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
+    ///@}
     int32_t UserID() const noexcept { return UserID_; }
     void setUserID(int32_t v) noexcept { UserID_ = v; }
+    /// "CompanyID".
+    ///@{
     int32_t CompanyID() const noexcept { return CompanyID_; }
     void setCompanyID(int32_t v) noexcept { CompanyID_ = v; }
+    ///@}
     const Date& CreateTime() const noexcept { return CreateTime_; }
     void setCreateTime(Date v) noexcept { CreateTime_ = v; }
+    /// "Type".
+    ///@{
     const std::optional<Value>& Type() const noexcept { return Type_; }
     void setType(std::optional<Value> v) { Type_ = std::move(v); }
+    ///@}
     const std::optional<Value>& Content() const noexcept { return Content_; }
     void setContent(std::optional<Value> v) { Content_ = std::move(v); }
 

@@ -19,8 +19,11 @@ public:
     /// "1", true). Throws ValueError for an "isbar" of null or a container.
     explicit GuideItem(const Dictionary& dictionary);
 
+    /// "name".
+    ///@{
     const std::optional<Value>& Name() const noexcept { return Name_; }
     void setName(std::optional<Value> v) { Name_ = std::move(v); }
+    ///@}
     /// An image address.
     ///@{
     const std::optional<Value>& Icon() const noexcept { return Icon_; }

@@ -41,16 +41,25 @@ public:
     /// JSON null (or a container) where a number is read.
     explicit PushMessage(const Dictionary& dictionary);
 
+    /// "ID".
+    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
+    ///@}
     const std::optional<Value>& Type() const noexcept { return Type_; }
     void setType(std::optional<Value> v) { Type_ = std::move(v); }
+    /// "ReceiverID".
+    ///@{
     int32_t ReceiverID() const noexcept { return ReceiverID_; }
     void setReceiverID(int32_t v) noexcept { ReceiverID_ = v; }
+    ///@}
     const std::optional<Value>& Content() const noexcept { return Content_; }
     void setContent(std::optional<Value> v) { Content_ = std::move(v); }
+    /// "CreateTime".
+    ///@{
     const Date& CreateTime() const noexcept { return CreateTime_; }
     void setCreateTime(Date v) noexcept { CreateTime_ = v; }
+    ///@}
 
     /// The highest identifier seen, from the settings store ("LastMessageID");
     /// 0 when absent or not a number.

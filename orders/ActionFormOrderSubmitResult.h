@@ -21,12 +21,18 @@ public:
     /// (capital D), an element that is not an agreement dropped with its log line.
     explicit ActionFormOrderSubmitResult(const Dictionary& dictionary);
 
+    /// "ID".
+    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
+    ///@}
     bool isPreProcessAgreement() const noexcept { return isPreProcessAgreement_; }
     void setIsPreProcessAgreement(bool v) noexcept { isPreProcessAgreement_ = v; }
+    /// "Path".
+    ///@{
     const std::optional<std::string>& path() const noexcept { return path_; }
     void setPath(std::optional<std::string> v) { path_ = std::move(v); }
+    ///@}
     /// The receipt's identifier.
     ///@{
     long recID() const noexcept { return recID_; }

@@ -136,8 +136,11 @@ public:
     ///@{
     const std::optional<Value>& contactName() const noexcept { return contactName_; }
     void setContactName(std::optional<Value> v) { contactName_ = std::move(v); }
+    /// "Address".
+    ///@{
     const std::optional<Value>& contactAddress() const noexcept { return contactAddress_; }
     void setContactAddress(std::optional<Value> v) { contactAddress_ = std::move(v); }
+    ///@}
     const std::optional<Value>& contactTel() const noexcept { return contactTel_; }
     void setContactTel(std::optional<Value> v) { contactTel_ = std::move(v); }
     ///@}
