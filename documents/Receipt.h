@@ -29,10 +29,15 @@ public:
     /// result has no SN.
     Receipt(const ActionFormOrderSubmitResult& submitResult, const std::string& andPdfFilePath);
 
+    /// "ID", a 32-bit integer.
     int32_t ID() const { return raw_.optInt("ID"); }
+    /// "SignPath", as text.
     std::optional<std::string> signPath() const { return text("SignPath"); }
+    /// "SignID", a 32-bit integer.
     int32_t signID() const { return raw_.optInt("SignID"); }
+    /// "Note", as text.
     std::optional<std::string> note() const { return text("Note"); }
+    /// "SN", as text.
     std::optional<std::string> SN() const { return text("SN"); }
     /// From "CRMXML".
     std::optional<std::string> crmXml() const { return text("CRMXML"); }

@@ -20,9 +20,12 @@ public:
     /// dictionary throws ValueError ("Files[2]: ...").
     explicit ReceiptSet(const Dictionary& dictionary);
 
+    /// "DisplayIndex".
     const Dictionary& raw() const noexcept { return raw_; }
     int32_t displayIndex() const noexcept { return displayIndex_; }
+    /// "OrderID".
     int64_t orderID() const noexcept { return orderID_; }
+    /// "SN".
     const std::optional<std::string>& SN() const noexcept { return SN_; }
     const std::vector<Receipt>& files() const noexcept { return files_; }
 

@@ -17,9 +17,13 @@ public:
     /// Keeps the very dictionary given.
     explicit SubApp(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::shared) {}
 
+    /// "name", as text.
     std::optional<std::string> name() const { return text("name"); }
+    /// "icon", as text.
     std::optional<std::string> icon() const { return text("icon"); }
+    /// "color", as text.
     std::optional<std::string> color() const { return text("color"); }
+    /// "link", as text.
     std::optional<std::string> link() const { return text("link"); }
 
     /// GET "getAppsID" with "CompanyID", the signed-in user's (word-sized; 0

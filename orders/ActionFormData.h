@@ -22,8 +22,10 @@ public:
     /// dictionary under "fields" as it stands (empty when there is none).
     explicit ActionFormData(const Dictionary& dictionary);
 
+    /// "action".
     const Action& action() const noexcept { return action_; }
     const std::optional<std::vector<ActionFormItem>>& inputs() const noexcept { return inputs_; }
+    /// "fields".
     const Dictionary& filledInfo() const noexcept { return filledInfo_; }
 
 private:

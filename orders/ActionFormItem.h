@@ -20,8 +20,11 @@ public:
     explicit ActionFormItem(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::shared) {}
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::shared); }
 
+    /// "type", as text.
     std::optional<std::string> type() const { return text("type"); }
+    /// "label", as text.
     std::optional<std::string> label() const { return text("label"); }
+    /// "key", as text.
     std::optional<std::string> key() const { return text("key"); }
     /// The boolean reading of "required": true, a non-zero number, or text
     /// such as "true", "yes" or "1".

@@ -21,14 +21,19 @@ public:
     /// Keeps the very dictionary given.
     explicit ActionFormOrder(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::shared) {}
 
+    /// "CustomerName", as text.
     std::optional<std::string> customerName() const { return text("CustomerName"); }
+    /// "SN", as text.
     std::optional<std::string> SN() const { return text("SN"); }
     /// Seconds since 1970, as the server sends them.
     double createTime() const { return raw_.optDouble("CreateTime"); }
+    /// "TemplateType", a 32-bit integer.
     int32_t templateType() const { return raw_.optInt("TemplateType"); }
+    /// "ID", a 32-bit integer.
     int32_t ID() const { return raw_.optInt("ID"); }
     /// Read as 32 bits and sign-extended.
     long status() const { return raw_.optInt("Status"); }
+    /// "Amount", a number.
     float price() const { return raw_.optFloat("Amount"); }
 
     /// The dictionaries of "ActionList" as actions, in order, other elements

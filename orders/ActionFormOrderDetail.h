@@ -30,10 +30,15 @@ public:
     const ActionFormOrder& order() const noexcept { return order_; }
     /// "orderInfo" as the server sent it, without "ActionList".
     const Dictionary& info() const noexcept { return info_; }
+    /// "data".
     const std::optional<std::vector<ActionFormData>>& forms() const noexcept { return forms_; }
+    /// "Receipt".
     const std::optional<std::vector<Receipt>>& receipts() const noexcept { return receipts_; }
+    /// "Sign".
     const std::optional<std::vector<Receipt>>& signedReceipts() const noexcept { return signedReceipts_; }
+    /// "Records".
     const std::optional<std::vector<ActionFormOrderRecord>>& records() const noexcept { return records_; }
+    /// "crmInfo".
     const CRMInfo& crmInfo() const noexcept { return crmInfo_; }
 
     /// GET "getOrderInfo" with "orderid" (32-bit): the order's detail; a

@@ -19,8 +19,11 @@ public:
 
     /// Whole seconds of "CreateTime" (a fraction is dropped).
     Date createTime() const { return Date::dateWithTimeIntervalSince1970(static_cast<double>(raw_.optLong("CreateTime"))); }
+    /// "Remarks", as text.
     std::optional<std::string> remarks() const { return text("Remarks"); }
+    /// "UserName", as text.
     std::optional<std::string> userName() const { return text("UserName"); }
+    /// "CompanyName", as text.
     std::optional<std::string> companyName() const { return text("CompanyName"); }
     /// The name of the step's "Status": 0 "回收站", 1 "待处理", 2 "转社区",
     /// 3 "退回", 4 "已完结", 5 "转收银", 6 "退回(社区)", 7 "无资源", 8 "竣工",

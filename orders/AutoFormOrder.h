@@ -19,8 +19,11 @@ public:
 
     /// The values as they stand, of whatever kind; nothing when absent.
     std::optional<Value> orderInfo() const { return raw_.optValue("orderInfo"); }
+    /// "Records", as it stands.
     std::optional<Value> records() const { return raw_.optValue("Records"); }
+    /// "Receipt", as it stands.
     std::optional<Value> receipts() const { return raw_.optValue("Receipt"); }
+    /// "data", as it stands.
     std::optional<Value> actionList() const { return raw_.optValue("data"); }
 
     /// POST "postCreateOrder" with "userid" and "companyid" (the signed-in
