@@ -12,6 +12,7 @@
 
 namespace veltrane {
 
+/// A billing option (agreement) available for a plan item.
 class BillingOption : public RawRecord {
 public:
     /// Keeps a one-level copy of the dictionary.
@@ -32,6 +33,7 @@ public:
     std::optional<std::string> description() const { return text("AgreementDesc"); }
     void setDescription(std::optional<std::string> v) { setText("AgreementDesc", std::move(v)); }
     ///@}
+    /// "Price", a number.
     float price() const { return raw_.optFloat("Price"); }
     /// Stored as a float: the fraction is kept.
     void setPrice(float v) { raw_.set("Price", NSBoxFloat(v)); }

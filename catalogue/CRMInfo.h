@@ -11,6 +11,8 @@
 
 namespace veltrane {
 
+/// A subscriber's record in the operator's customer-relationship system: who owns a service
+/// number and under which identity.
 class CRMInfo : public RawRecord {
 public:
     /// An empty record whose dictionary is read-only: its setters throw ValueError.

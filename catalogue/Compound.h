@@ -14,6 +14,7 @@
 
 namespace veltrane {
 
+/// A compound (bundle) package that can be added to a plan item, identified by its ID.
 class Compound : public RawRecord {
 public:
     /// Keeps a one-level copy of the dictionary.
@@ -30,6 +31,7 @@ public:
     std::optional<std::string> name() const { return text("PackageName"); }
     void setName(std::optional<std::string> v) { setText("PackageName", std::move(v)); }
     ///@}
+    /// "Price", a number.
     float price() const { return raw_.optFloat("Price"); }
     /// Stored as a whole number: 19.9 is stored as 19.
     void setPrice(float v) { raw_.set("Price", NSBoxLong(truncateToLong(v))); }

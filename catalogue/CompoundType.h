@@ -13,6 +13,7 @@
 
 namespace veltrane {
 
+/// A kind of compound package (data, voice, video...), identified by its ID.
 class CompoundType : public RawRecord {
 public:
     /// Keeps a one-level copy of the dictionary.

@@ -14,6 +14,8 @@
 
 namespace veltrane {
 
+/// A phone number on offer: listed page by page, locked while it is being sold, unlocked when
+/// the sale is abandoned, and sent with an order.
 class NumberInfo {
 public:
     /// An empty number (an empty dictionary behind it).
@@ -25,18 +27,30 @@ public:
 
     /// "Phone".
     ///@{
+    /// "Phone".
+    ///@{
     const std::optional<Value>& phoneNumber() const noexcept { return phoneNumber_; }
     void setPhoneNumber(std::optional<Value> v) { phoneNumber_ = std::move(v); }
     ///@}
+    ///@}
+    /// "Rank".
+    ///@{
     int32_t rank() const noexcept { return rank_; }
     void setRank(int32_t v) noexcept { rank_ = v; }  // not written back to raw()
+    ///@}
+    /// "Prestore".
+    ///@{
     /// "Prestore".
     ///@{
     float prefund() const noexcept { return prefund_; }
     void setPrefund(float v) noexcept { prefund_ = v; }
     ///@}
+    ///@}
+    /// "UIM".
+    ///@{
     const std::optional<Value>& UIM() const noexcept { return UIM_; }
     void setUIM(std::optional<Value> v) { UIM_ = std::move(v); }
+    ///@}
 
     /// What is sent with an order: a read-only copy of the dictionary with
     /// "Prestore" and "Price" set to prefund() (as floats: the price sent is the

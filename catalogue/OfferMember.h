@@ -12,6 +12,7 @@
 
 namespace veltrane {
 
+/// One member line (product) of a subscriber's offer.
 class OfferMember : public RawRecord {
 public:
     /// A new, empty, writable dictionary; isLoadedFromDict() is false.

@@ -9,6 +9,7 @@
 
 namespace veltrane {
 
+/// A tariff plan of the catalogue.
 class PlanInfo : public PlanFields<PlanInfo> {
 public:
     using PlanFields::PlanFields;

@@ -11,6 +11,7 @@
 
 namespace veltrane {
 
+/// A plan project (plan item) offered under a plan, with its long description.
 class PlanItem : public PlanFields<PlanItem> {
 public:
     using PlanFields::PlanFields;

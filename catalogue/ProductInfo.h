@@ -13,6 +13,8 @@
 
 namespace veltrane {
 
+/// A device (goods) record: paged through, found and locked by IMEI while it is being sold,
+/// and sent with an order.
 class ProductInfo {
 public:
     ProductInfo() = default;
@@ -24,22 +26,37 @@ public:
 
     /// "ID".
     ///@{
+    /// "ID".
+    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
     ///@}
+    ///@}
+    /// "Name".
+    ///@{
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
+    ///@}
+    /// "IMEI".
+    ///@{
     /// "IMEI".
     ///@{
     const std::optional<Value>& serial() const noexcept { return serial_; }
     void setSerial(std::optional<Value> v) { serial_ = std::move(v); }
     ///@}
+    ///@}
+    /// "Picture".
+    ///@{
     const std::optional<Value>& picture() const noexcept { return picture_; }
     void setPicture(std::optional<Value> v) { picture_ = std::move(v); }
+    ///@}
+    /// "Price".
+    ///@{
     /// "Price".
     ///@{
     float price() const noexcept { return price_; }
     void setPrice(float v) noexcept { price_ = v; }
+    ///@}
     ///@}
     /// The price agreed with the customer; the list price until changed.
     ///@{

@@ -11,6 +11,7 @@
 
 namespace veltrane {
 
+/// A network resource at an address, and whether it is available.
 class TelecomResource {
 public:
     TelecomResource() = default;
@@ -22,8 +23,11 @@ public:
 
     /// "name".
     ///@{
+    /// "name".
+    ///@{
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
+    ///@}
     ///@}
     bool isTel() const noexcept { return isTel_; }
     void setIsTel(bool v) noexcept { isTel_ = v; }
@@ -31,8 +35,11 @@ public:
     void setIsWan(bool v) noexcept { isWan_ = v; }
     /// "code".
     ///@{
+    /// "code".
+    ///@{
     bool available() const noexcept { return available_; }
     void setAvailable(bool v) noexcept { available_ = v; }
+    ///@}
     ///@}
 
     /// GET "getResourceConfirm" with "areaCode", "siteID" and "addressID" (the

@@ -12,6 +12,7 @@
 
 namespace veltrane {
 
+/// Who in the accepting centre took an order over, with a contact number and the time.
 class AcceptingInfo {
 public:
     /// Keeps the very dictionary given; copies "UserName", "Phone" and "AcpName"

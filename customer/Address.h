@@ -15,6 +15,7 @@
 
 namespace veltrane {
 
+/// An installation address found by a search, with the site that serves it.
 class Address : public RawRecord {
 public:
     /// A new, empty, writable dictionary.

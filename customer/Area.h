@@ -11,6 +11,7 @@
 
 namespace veltrane {
 
+/// One node of the operator's area tree: a city, or a district under it.
 class Area {
 public:
     /// ID 0, no title, an empty dictionary.

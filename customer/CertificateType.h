@@ -13,6 +13,7 @@
 
 namespace veltrane {
 
+/// A kind of identity certificate the server offers for choice, with its sort position.
 class CertificateType : public RawRecord {
 public:
     /// A new, empty, writable dictionary.

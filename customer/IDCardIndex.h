@@ -12,6 +12,7 @@
 
 namespace veltrane {
 
+/// One line of the paged list of identity cards stored for a company.
 class IDCardIndex {
 public:
     IDCardIndex() = default;

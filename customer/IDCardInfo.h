@@ -12,6 +12,9 @@
 
 namespace veltrane {
 
+/// The content of one identity card (name, gender, nation, birthday, address, number, issuing
+/// authority, validity period, photo, the card's two image addresses), with the calls that
+/// fetch one card and upload one.
 class IDCardInfo {
 public:
     /// Every property unset. Writes the log line "new init" (only this
@@ -26,46 +29,76 @@ public:
 
     /// "Name".
     ///@{
+    /// "Name".
+    ///@{
     const std::optional<std::string>& name() const noexcept { return name_; }
     void setName(std::optional<std::string> v) { name_ = std::move(v); }
     ///@}
+    ///@}
+    /// "Gender".
+    ///@{
     const std::optional<std::string>& gender() const noexcept { return gender_; }
     void setGender(std::optional<std::string> v) { gender_ = std::move(v); }
+    ///@}
     /// From "Nation".
+    ///@{
+    /// "Nation".
     ///@{
     const std::optional<std::string>& nationality() const noexcept { return nationality_; }
     void setNationality(std::optional<std::string> v) { nationality_ = std::move(v); }
     ///@}
+    ///@}
     /// Text, never parsed.
+    ///@{
+    /// "Birthday".
     ///@{
     const std::optional<std::string>& birthday() const noexcept { return birthday_; }
     void setBirthday(std::optional<std::string> v) { birthday_ = std::move(v); }
     ///@}
+    ///@}
+    /// "Address".
+    ///@{
     const std::optional<std::string>& address() const noexcept { return address_; }
     void setAddress(std::optional<std::string> v) { address_ = std::move(v); }
+    ///@}
     /// The identity card number, from "Number".
+    ///@{
+    /// "Number".
     ///@{
     const std::optional<std::string>& serial() const noexcept { return serial_; }
     void setSerial(std::optional<std::string> v) { serial_ = std::move(v); }
     ///@}
+    ///@}
+    /// "IssuingAuthority".
+    ///@{
     const std::optional<std::string>& issuingAuthority() const noexcept { return issuingAuthority_; }
     void setIssuingAuthority(std::optional<std::string> v) { issuingAuthority_ = std::move(v); }
+    ///@}
+    /// "ValidityPeriod".
+    ///@{
     /// "ValidityPeriod".
     ///@{
     const std::optional<std::string>& validityPeriod() const noexcept { return validityPeriod_; }
     void setValidityPeriod(std::optional<std::string> v) { validityPeriod_ = std::move(v); }
+    ///@}
     ///@}
     /// The photo's bytes.
     ///@{
     const std::optional<std::string>& photo() const noexcept { return photo_; }
     void setPhoto(std::optional<std::string> v) { photo_ = std::move(v); }
     ///@}
+    /// "CardFrontUrl".
+    ///@{
     const std::optional<std::string>& frontCardImageUrl() const noexcept { return frontCardImageUrl_; }
     void setFrontCardImageUrl(std::optional<std::string> v) { frontCardImageUrl_ = std::move(v); }
+    ///@}
+    /// "CardBackUrl".
+    ///@{
     /// "CardBackUrl".
     ///@{
     const std::optional<std::string>& backCardImageUrl() const noexcept { return backCardImageUrl_; }
     void setBackCardImageUrl(std::optional<std::string> v) { backCardImageUrl_ = std::move(v); }
+    ///@}
     ///@}
 
     /// A card rebuilt from an action-form order's info: all its keys, with

@@ -10,6 +10,9 @@
 
 namespace veltrane {
 
+/// The customer, or the agent who acts for the customer, as the sales screens fill them in:
+/// name, address, identity number and the card's two photos (local cache paths and server
+/// addresses).
 class Person {
 public:
     /// Every property the empty text "", so that a new person is empty and

@@ -11,6 +11,7 @@
 
 namespace veltrane {
 
+/// One installation date with its free time slots.
 class ServiceTime {
 public:
     ServiceTime() = default;

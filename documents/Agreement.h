@@ -14,6 +14,8 @@
 
 namespace veltrane {
 
+/// An agreement of an order that the customer is shown and ticks; the tick is kept in the
+/// record itself.
 class Agreement : public RawRecord {
 public:
     /// A new, empty, writable dictionary.

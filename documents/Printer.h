@@ -13,6 +13,8 @@
 
 namespace veltrane {
 
+/// One print server of the dealer's company, and the calls that list them and send a receipt
+/// to one.
 class Printer {
 public:
     Printer() = default;

@@ -19,6 +19,9 @@ class ActionFormOrderSubmitResult;
 /// Upload progress: bytes sent so far, of the request's total.
 using UploadProgress = std::function<void(uint64_t sent, uint64_t total)>;
 
+/// A document of an order (a generated receipt or agreement page, or the customer's signed
+/// copy) that the screens show and let the customer sign, with the one file upload of the
+/// library: the signed PDF.
 class Receipt : public RawRecord {
 public:
     /// Keeps the very dictionary given (no copy; nothing writes it).

@@ -12,6 +12,7 @@
 
 namespace veltrane {
 
+/// The receipt files of one order, grouped.
 class ReceiptSet {
 public:
     /// Keeps the very dictionary given; copies "DisplayIndex" (32-bit),

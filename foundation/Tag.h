@@ -10,6 +10,7 @@
 
 namespace veltrane {
 
+/// An order tag (label) of a dealer company, copied from the server's record.
 class Tag {
 public:
     Tag() = default;
@@ -19,15 +20,24 @@ public:
 
     /// "ID".
     ///@{
+    /// "ID".
+    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
     ///@}
+    ///@}
+    /// "Content".
+    ///@{
     const std::optional<Value>& content() const noexcept { return content_; }
     void setContent(std::optional<Value> v) { content_ = std::move(v); }
+    ///@}
+    /// "Title".
+    ///@{
     /// "Title".
     ///@{
     const std::optional<Value>& title() const noexcept { return title_; }
     void setTitle(std::optional<Value> v) { title_ = std::move(v); }
+    ///@}
     ///@}
 
     /// GET "getLabel" with "type" (unsigned) and "companyid" (32-bit); the

@@ -10,6 +10,7 @@
 
 namespace veltrane {
 
+/// A banner of the home screen's head row: its name, image and link.
 class Advertisment {
 public:
     /// Takes "name", "icon" (the image) and "link" as they stand; ShowBanner
@@ -19,16 +20,25 @@ public:
 
     /// "name".
     ///@{
+    /// "name".
+    ///@{
     const std::optional<Value>& Name() const noexcept { return Name_; }
     void setName(std::optional<Value> v) { Name_ = std::move(v); }
     ///@}
+    ///@}
     /// The banner's image address, read from "icon".
+    ///@{
+    /// "icon".
     ///@{
     const std::optional<Value>& ImageUrl() const noexcept { return ImageUrl_; }
     void setImageUrl(std::optional<Value> v) { ImageUrl_ = std::move(v); }
     ///@}
+    ///@}
+    /// "link".
+    ///@{
     const std::optional<Value>& Link() const noexcept { return Link_; }
     void setLink(std::optional<Value> v) { Link_ = std::move(v); }
+    ///@}
     bool ShowBanner() const noexcept { return ShowBanner_; }
     void setShowBanner(bool v) noexcept { ShowBanner_ = v; }
 

@@ -19,6 +19,8 @@ namespace veltrane {
 extern std::string RemoteChatPushNotification;
 extern std::string RemoteChatUpdateNotification;
 
+/// One message of the dealer company's staff chat, and the class operations that post a
+/// message and fetch the company's messages after a given one.
 class Chat {
 public:
     /// Reads "ID" (word-sized), "UserID" and "CompanyID" (32-bit) as integers
@@ -29,25 +31,43 @@ public:
 
     /// "ID".
     ///@{
+    /// "ID".
+    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
     ///@}
+    ///@}
+    /// "UserID".
+    ///@{
     int32_t UserID() const noexcept { return UserID_; }
     void setUserID(int32_t v) noexcept { UserID_ = v; }
+    ///@}
+    /// "CompanyID".
+    ///@{
     /// "CompanyID".
     ///@{
     int32_t CompanyID() const noexcept { return CompanyID_; }
     void setCompanyID(int32_t v) noexcept { CompanyID_ = v; }
     ///@}
+    ///@}
+    /// "CreateTime".
+    ///@{
     const Date& CreateTime() const noexcept { return CreateTime_; }
     void setCreateTime(Date v) noexcept { CreateTime_ = v; }
+    ///@}
+    /// "Type".
+    ///@{
     /// "Type".
     ///@{
     const std::optional<Value>& Type() const noexcept { return Type_; }
     void setType(std::optional<Value> v) { Type_ = std::move(v); }
     ///@}
+    ///@}
+    /// "Content".
+    ///@{
     const std::optional<Value>& Content() const noexcept { return Content_; }
     void setContent(std::optional<Value> v) { Content_ = std::move(v); }
+    ///@}
 
     /// POST "postChat" with "userid" (32-bit) and "message", the compact JSON
     /// text of [{"Type": type, "Content": content}]; the completion gets (flag,

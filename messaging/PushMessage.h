@@ -33,6 +33,10 @@ inline constexpr const char* PushMessageKey = "PushMessage";
 /// still make one chain of polls.
 extern std::atomic<bool> _running;
 
+/// A message the server holds for an agent, and the poller that fetches them: while it runs,
+/// it asks for the signed-in user's messages newer than the last one seen, one second after
+/// each answer, keeps the highest identifier in the settings store and posts each batch on
+/// the default notification centre.
 class PushMessage {
 public:
     /// Reads "ID" (word-sized) and "ReceiverID" (32-bit) as integers and
@@ -43,22 +47,37 @@ public:
 
     /// "ID".
     ///@{
+    /// "ID".
+    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
     ///@}
+    ///@}
+    /// "Type".
+    ///@{
     const std::optional<Value>& Type() const noexcept { return Type_; }
     void setType(std::optional<Value> v) { Type_ = std::move(v); }
+    ///@}
+    /// "ReceiverID".
+    ///@{
     /// "ReceiverID".
     ///@{
     int32_t ReceiverID() const noexcept { return ReceiverID_; }
     void setReceiverID(int32_t v) noexcept { ReceiverID_ = v; }
     ///@}
+    ///@}
+    /// "Content".
+    ///@{
     const std::optional<Value>& Content() const noexcept { return Content_; }
     void setContent(std::optional<Value> v) { Content_ = std::move(v); }
+    ///@}
+    /// "CreateTime".
+    ///@{
     /// "CreateTime".
     ///@{
     const Date& CreateTime() const noexcept { return CreateTime_; }
     void setCreateTime(Date v) noexcept { CreateTime_ = v; }
+    ///@}
     ///@}
 
     /// The highest identifier seen, from the settings store ("LastMessageID");

@@ -12,6 +12,8 @@
 
 namespace veltrane {
 
+/// A home-screen tile as the signed-in user's company has it, read live from the server's
+/// very dictionary.
 class SubApp : public RawRecord {
 public:
     /// Keeps the very dictionary given.

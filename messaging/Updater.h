@@ -10,6 +10,9 @@
 
 namespace veltrane {
 
+/// The update check: reads the installation manifest of the application's build (a property
+/// list on a web server, or a file) and says whether it announces a newer version than the
+/// one running.
 class Updater {
 public:
     /// Fetches the manifest at url (http, https or file; XML or binary) on the

@@ -14,6 +14,9 @@
 
 namespace veltrane {
 
+/// One business action of the server's menu (a transfer of ownership, a SIM replacement, a
+/// broadband installation...): its name, tile colour, price, type and status, read and
+/// written live in a dictionary of its own.
 class Action : public RawRecord {
 public:
     /// A new, empty, writable dictionary.

@@ -13,6 +13,8 @@
 
 namespace veltrane {
 
+/// An action together with its form's fields and the values the dealer filled in, as an
+/// action-form order stores them: {"action": {...}, "ActionForm": [...], "fields": {...}}.
 class ActionFormData {
 public:
     /// Copies the three parts: the action from the dictionary under "action"

@@ -14,6 +14,8 @@
 
 namespace veltrane {
 
+/// One field of an action's form as stored with an order or fetched for display: type, label,
+/// key, required flag and placeholder, read live from the server's very dictionary.
 class ActionFormItem : public RawRecord {
 public:
     /// Keeps the very dictionary given, as setRaw does.

@@ -16,6 +16,9 @@
 
 namespace veltrane {
 
+/// An action-form order as listed: a live view on the server's very dictionary (its
+/// "orderInfo"), with the class operations that submit, list, check, update and re-status
+/// action-form orders.
 class ActionFormOrder : public RawRecord {
 public:
     /// Keeps the very dictionary given.

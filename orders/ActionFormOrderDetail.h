@@ -17,6 +17,9 @@
 
 namespace veltrane {
 
+/// An action-form order read back whole: the order with its actions, the server's info
+/// dictionary, the filled forms, the receipts and signed receipts, the processing history and
+/// the subscriber's data.
 class ActionFormOrderDetail {
 public:
     /// Reads the reply of "getOrderInfo", logged first. The order is built from

@@ -12,6 +12,8 @@
 
 namespace veltrane {
 
+/// One step in an action-form order's processing history: when, by whom, from which company,
+/// with which remark and status.
 class ActionFormOrderRecord : public RawRecord {
 public:
     /// Logs the dictionary, then keeps it itself.

@@ -13,6 +13,8 @@
 
 namespace veltrane {
 
+/// What the server answers to the submission of an action-form order: the new order's
+/// identifiers, the path of its document and the agreements the customer must be shown.
 class ActionFormOrderSubmitResult {
 public:
     ActionFormOrderSubmitResult() = default;
@@ -23,23 +25,38 @@ public:
 
     /// "ID".
     ///@{
+    /// "ID".
+    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
     ///@}
+    ///@}
+    /// "IsPreProcessAgreement".
+    ///@{
     bool isPreProcessAgreement() const noexcept { return isPreProcessAgreement_; }
     void setIsPreProcessAgreement(bool v) noexcept { isPreProcessAgreement_ = v; }
+    ///@}
+    /// "Path".
+    ///@{
     /// "Path".
     ///@{
     const std::optional<std::string>& path() const noexcept { return path_; }
     void setPath(std::optional<std::string> v) { path_ = std::move(v); }
     ///@}
+    ///@}
     /// The receipt's identifier.
+    ///@{
+    /// "RecID".
     ///@{
     long recID() const noexcept { return recID_; }
     void setRecID(long v) noexcept { recID_ = v; }
     ///@}
+    ///@}
+    /// "SN".
+    ///@{
     const std::optional<std::string>& SN() const noexcept { return SN_; }
     void setSN(std::optional<std::string> v) { SN_ = std::move(v); }
+    ///@}
     /// Empty when the reply has no "Data".
     const std::vector<Agreement>& agreements() const noexcept { return agreements_; }
 

@@ -11,6 +11,8 @@
 
 namespace veltrane {
 
+/// An action-form order handled as one opaque JSON object: submitted as the screens built it
+/// and read back as the server sends it, its parts handed on unconverted.
 class AutoFormOrder : public RawRecord {
 public:
     /// Keeps the very dictionary given, as setRaw does.

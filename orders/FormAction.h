@@ -14,6 +14,8 @@
 
 namespace veltrane {
 
+/// One entry of the action menu as a given dealer sees it: the action's name, whether it is
+/// new, whether the server completes it by itself, and its colour.
 class FormAction {
 public:
     /// No dictionary at all: every read gives its default and every write is

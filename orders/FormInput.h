@@ -14,6 +14,8 @@
 
 namespace veltrane {
 
+/// One field of an action's form, as the screens draw and fill it: its type, label, key and
+/// whether it must be filled in.
 class FormInput : public RawRecord {
 public:
     /// An empty, writable dictionary.
