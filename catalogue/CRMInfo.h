@@ -19,6 +19,7 @@ public:
     CRMInfo() : RawRecord(Dictionary().immutableCopy(), Keeps::shared) {}
     /// Keeps the very dictionary given; setters write into it.
     explicit CRMInfo(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::shared) {}
+    /// Makes dictionary itself the one behind the record.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::shared); }
 
     /// Every property is text, read live; setting nothing removes the key.

@@ -19,6 +19,7 @@ class Compound : public RawRecord {
 public:
     /// Keeps a one-level copy of the dictionary.
     explicit Compound(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
+    /// Replaces the dictionary behind the record with a one-level copy of dictionary.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
     /// "PackageID", a 32-bit integer.
@@ -38,9 +39,11 @@ public:
 
     /// Packages are the same when their IDs are; names and prices are not compared.
     bool isEqual(const Compound& other) const { return this == &other || ID() == other.ID(); }
+    /// The ID: equal records hash alike.
     long hash() const { return ID(); }
     /// A new package with its own copy of this one's dictionary.
     Compound copy() const { return Compound(raw_); }
+    /// Whether isEqual() says so.
     friend bool operator==(const Compound& a, const Compound& b) { return a.isEqual(b); }
 
     /// GET "listCompounds" with "planItemID" and "typeID"; data JSON null
@@ -54,6 +57,8 @@ public:
 } // namespace veltrane
 
 template <>
+/// Hashes a record by its hash(), for unordered containers.
 struct std::hash<veltrane::Compound> {
+    /// The record's hash().
     size_t operator()(const veltrane::Compound& c) const noexcept { return static_cast<size_t>(c.hash()); }
 };

@@ -18,6 +18,7 @@ class CompoundType : public RawRecord {
 public:
     /// Keeps a one-level copy of the dictionary.
     explicit CompoundType(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
+    /// Replaces the dictionary behind the record with a one-level copy of dictionary.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
     /// "ID", a 32-bit integer.
@@ -33,9 +34,11 @@ public:
 
     /// Package types are the same when their IDs are; names are not compared.
     bool isEqual(const CompoundType& other) const { return this == &other || ID() == other.ID(); }
+    /// The ID: equal records hash alike.
     long hash() const { return ID(); }
     /// A new type with its own copy of this one's dictionary.
     CompoundType copy() const { return CompoundType(raw_); }
+    /// Whether isEqual() says so.
     friend bool operator==(const CompoundType& a, const CompoundType& b) { return a.isEqual(b); }
 
     /// GET "listCompoundTypes" with no parameter dictionary at all.
@@ -45,6 +48,8 @@ public:
 } // namespace veltrane
 
 template <>
+/// Hashes a record by its hash(), for unordered containers.
 struct std::hash<veltrane::CompoundType> {
+    /// The record's hash().
     size_t operator()(const veltrane::CompoundType& t) const noexcept { return static_cast<size_t>(t.hash()); }
 };

@@ -27,11 +27,8 @@ public:
 
     /// "Phone".
     ///@{
-    /// "Phone".
-    ///@{
     const std::optional<Value>& phoneNumber() const noexcept { return phoneNumber_; }
     void setPhoneNumber(std::optional<Value> v) { phoneNumber_ = std::move(v); }
-    ///@}
     ///@}
     /// "Rank".
     ///@{
@@ -40,11 +37,8 @@ public:
     ///@}
     /// "Prestore".
     ///@{
-    /// "Prestore".
-    ///@{
     float prefund() const noexcept { return prefund_; }
     void setPrefund(float v) noexcept { prefund_ = v; }
-    ///@}
     ///@}
     /// "UIM".
     ///@{
@@ -57,6 +51,7 @@ public:
     /// prepaid amount), "Phone" and "AccountNumber" to phoneNumber(), and, when
     /// UIM() is present, "UIM" and "UimCode" to it. The dictionary is unchanged.
     Dictionary raw() const;
+    /// Replaces the dictionary the record was read from (its properties stay as they are).
     void setRaw(const Dictionary& dictionary) { dictionary_ = dictionary; }
 
     /// Equal when both phone numbers are present and are the same text.

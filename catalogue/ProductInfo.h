@@ -26,11 +26,8 @@ public:
 
     /// "ID".
     ///@{
-    /// "ID".
-    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
-    ///@}
     ///@}
     /// "Name".
     ///@{
@@ -39,11 +36,8 @@ public:
     ///@}
     /// "IMEI".
     ///@{
-    /// "IMEI".
-    ///@{
     const std::optional<Value>& serial() const noexcept { return serial_; }
     void setSerial(std::optional<Value> v) { serial_ = std::move(v); }
-    ///@}
     ///@}
     /// "Picture".
     ///@{
@@ -52,11 +46,8 @@ public:
     ///@}
     /// "Price".
     ///@{
-    /// "Price".
-    ///@{
     float price() const noexcept { return price_; }
     void setPrice(float v) noexcept { price_ = v; }
-    ///@}
     ///@}
     /// The price agreed with the customer; the list price until changed.
     ///@{
@@ -70,6 +61,7 @@ public:
     /// to a whole number (49.9 is sent as 49). The dictionary is unchanged; a
     /// device made with the default constructor starts from an empty one.
     Dictionary raw() const;
+    /// Replaces the dictionary the record was read from (its properties stay as they are).
     void setRaw(const Dictionary& dictionary) { dictionary_ = dictionary; }
 
     /// GET "getGoodsPages": "p", "companyid", and "keyword" (legacy

@@ -23,11 +23,8 @@ public:
 
     /// "name".
     ///@{
-    /// "name".
-    ///@{
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
-    ///@}
     ///@}
     bool isTel() const noexcept { return isTel_; }
     void setIsTel(bool v) noexcept { isTel_ = v; }
@@ -35,11 +32,8 @@ public:
     void setIsWan(bool v) noexcept { isWan_ = v; }
     /// "code".
     ///@{
-    /// "code".
-    ///@{
     bool available() const noexcept { return available_; }
     void setAvailable(bool v) noexcept { available_ = v; }
-    ///@}
     ///@}
 
     /// GET "getResourceConfirm" with "areaCode", "siteID" and "addressID" (the

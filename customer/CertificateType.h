@@ -21,6 +21,7 @@ public:
     /// Keeps a one-level copy of the dictionary: the caller's later changes do
     /// not reach the record, nor its writes the caller.
     explicit CertificateType(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
+    /// Replaces the dictionary behind the record with a one-level copy of dictionary.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
     /// Read as 32 bits and sign-extended; written whole.

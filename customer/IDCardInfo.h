@@ -29,11 +29,8 @@ public:
 
     /// "Name".
     ///@{
-    /// "Name".
-    ///@{
     const std::optional<std::string>& name() const noexcept { return name_; }
     void setName(std::optional<std::string> v) { name_ = std::move(v); }
-    ///@}
     ///@}
     /// "Gender".
     ///@{
@@ -42,19 +39,13 @@ public:
     ///@}
     /// From "Nation".
     ///@{
-    /// "Nation".
-    ///@{
     const std::optional<std::string>& nationality() const noexcept { return nationality_; }
     void setNationality(std::optional<std::string> v) { nationality_ = std::move(v); }
     ///@}
-    ///@}
     /// Text, never parsed.
-    ///@{
-    /// "Birthday".
     ///@{
     const std::optional<std::string>& birthday() const noexcept { return birthday_; }
     void setBirthday(std::optional<std::string> v) { birthday_ = std::move(v); }
-    ///@}
     ///@}
     /// "Address".
     ///@{
@@ -63,11 +54,8 @@ public:
     ///@}
     /// The identity card number, from "Number".
     ///@{
-    /// "Number".
-    ///@{
     const std::optional<std::string>& serial() const noexcept { return serial_; }
     void setSerial(std::optional<std::string> v) { serial_ = std::move(v); }
-    ///@}
     ///@}
     /// "IssuingAuthority".
     ///@{
@@ -76,11 +64,8 @@ public:
     ///@}
     /// "ValidityPeriod".
     ///@{
-    /// "ValidityPeriod".
-    ///@{
     const std::optional<std::string>& validityPeriod() const noexcept { return validityPeriod_; }
     void setValidityPeriod(std::optional<std::string> v) { validityPeriod_ = std::move(v); }
-    ///@}
     ///@}
     /// The photo's bytes.
     ///@{
@@ -94,11 +79,8 @@ public:
     ///@}
     /// "CardBackUrl".
     ///@{
-    /// "CardBackUrl".
-    ///@{
     const std::optional<std::string>& backCardImageUrl() const noexcept { return backCardImageUrl_; }
     void setBackCardImageUrl(std::optional<std::string> v) { backCardImageUrl_ = std::move(v); }
-    ///@}
     ///@}
 
     /// A card rebuilt from an action-form order's info: all its keys, with

@@ -22,6 +22,7 @@ public:
     Agreement() = default;
     /// Keeps a one-level copy, as setRaw does.
     explicit Agreement(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
+    /// Replaces the dictionary behind the record with a one-level copy of dictionary.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
     /// Read through 32 bits (sign-extended); written whole, so a value beyond

@@ -20,11 +20,8 @@ public:
 
     /// "ID".
     ///@{
-    /// "ID".
-    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
-    ///@}
     ///@}
     /// "Content".
     ///@{
@@ -33,11 +30,8 @@ public:
     ///@}
     /// "Title".
     ///@{
-    /// "Title".
-    ///@{
     const std::optional<Value>& title() const noexcept { return title_; }
     void setTitle(std::optional<Value> v) { title_ = std::move(v); }
-    ///@}
     ///@}
 
     /// GET "getLabel" with "type" (unsigned) and "companyid" (32-bit); the

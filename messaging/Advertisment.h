@@ -20,19 +20,13 @@ public:
 
     /// "name".
     ///@{
-    /// "name".
-    ///@{
     const std::optional<Value>& Name() const noexcept { return Name_; }
     void setName(std::optional<Value> v) { Name_ = std::move(v); }
     ///@}
-    ///@}
     /// The banner's image address, read from "icon".
-    ///@{
-    /// "icon".
     ///@{
     const std::optional<Value>& ImageUrl() const noexcept { return ImageUrl_; }
     void setImageUrl(std::optional<Value> v) { ImageUrl_ = std::move(v); }
-    ///@}
     ///@}
     /// "link".
     ///@{

@@ -31,11 +31,8 @@ public:
 
     /// "ID".
     ///@{
-    /// "ID".
-    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
-    ///@}
     ///@}
     /// "UserID".
     ///@{
@@ -44,11 +41,8 @@ public:
     ///@}
     /// "CompanyID".
     ///@{
-    /// "CompanyID".
-    ///@{
     int32_t CompanyID() const noexcept { return CompanyID_; }
     void setCompanyID(int32_t v) noexcept { CompanyID_ = v; }
-    ///@}
     ///@}
     /// "CreateTime".
     ///@{
@@ -57,11 +51,8 @@ public:
     ///@}
     /// "Type".
     ///@{
-    /// "Type".
-    ///@{
     const std::optional<Value>& Type() const noexcept { return Type_; }
     void setType(std::optional<Value> v) { Type_ = std::move(v); }
-    ///@}
     ///@}
     /// "Content".
     ///@{

@@ -23,19 +23,13 @@ public:
 
     /// "name".
     ///@{
-    /// "name".
-    ///@{
     const std::optional<Value>& Name() const noexcept { return Name_; }
     void setName(std::optional<Value> v) { Name_ = std::move(v); }
     ///@}
-    ///@}
     /// An image address.
-    ///@{
-    /// "icon".
     ///@{
     const std::optional<Value>& Icon() const noexcept { return Icon_; }
     void setIcon(std::optional<Value> v) { Icon_ = std::move(v); }
-    ///@}
     ///@}
     /// "color".
     ///@{
@@ -44,19 +38,13 @@ public:
     ///@}
     /// The selected tile's image or colour.
     ///@{
-    /// "select".
-    ///@{
     const std::optional<Value>& Select() const noexcept { return Select_; }
     void setSelect(std::optional<Value> v) { Select_ = std::move(v); }
     ///@}
-    ///@}
     /// What the tile opens: a function of the application or a web page.
-    ///@{
-    /// "link".
     ///@{
     const std::optional<Value>& Link() const noexcept { return Link_; }
     void setLink(std::optional<Value> v) { Link_ = std::move(v); }
-    ///@}
     ///@}
     bool ShowBanner() const noexcept { return ShowBanner_; }
     void setShowBanner(bool v) noexcept { ShowBanner_ = v; }

@@ -47,11 +47,8 @@ public:
 
     /// "ID".
     ///@{
-    /// "ID".
-    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
-    ///@}
     ///@}
     /// "Type".
     ///@{
@@ -60,11 +57,8 @@ public:
     ///@}
     /// "ReceiverID".
     ///@{
-    /// "ReceiverID".
-    ///@{
     int32_t ReceiverID() const noexcept { return ReceiverID_; }
     void setReceiverID(int32_t v) noexcept { ReceiverID_ = v; }
-    ///@}
     ///@}
     /// "Content".
     ///@{
@@ -73,11 +67,8 @@ public:
     ///@}
     /// "CreateTime".
     ///@{
-    /// "CreateTime".
-    ///@{
     const Date& CreateTime() const noexcept { return CreateTime_; }
     void setCreateTime(Date v) noexcept { CreateTime_ = v; }
-    ///@}
     ///@}
 
     /// The highest identifier seen, from the settings store ("LastMessageID");

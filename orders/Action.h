@@ -23,6 +23,7 @@ public:
     Action() = default;
     /// Keeps a one-level copy of the dictionary, as setRaw does.
     explicit Action(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::copy) {}
+    /// Replaces the dictionary behind the record with a one-level copy of dictionary.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::copy); }
 
     /// "ID", a 32-bit integer.

@@ -20,6 +20,7 @@ class ActionFormItem : public RawRecord {
 public:
     /// Keeps the very dictionary given, as setRaw does.
     explicit ActionFormItem(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::shared) {}
+    /// Makes dictionary itself the one behind the record.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::shared); }
 
     /// "type", as text.

@@ -25,11 +25,8 @@ public:
 
     /// "ID".
     ///@{
-    /// "ID".
-    ///@{
     long ID() const noexcept { return ID_; }
     void setID(long v) noexcept { ID_ = v; }
-    ///@}
     ///@}
     /// "IsPreProcessAgreement".
     ///@{
@@ -38,19 +35,13 @@ public:
     ///@}
     /// "Path".
     ///@{
-    /// "Path".
-    ///@{
     const std::optional<std::string>& path() const noexcept { return path_; }
     void setPath(std::optional<std::string> v) { path_ = std::move(v); }
     ///@}
-    ///@}
     /// The receipt's identifier.
-    ///@{
-    /// "RecID".
     ///@{
     long recID() const noexcept { return recID_; }
     void setRecID(long v) noexcept { recID_ = v; }
-    ///@}
     ///@}
     /// "SN".
     ///@{

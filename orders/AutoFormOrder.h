@@ -17,6 +17,7 @@ class AutoFormOrder : public RawRecord {
 public:
     /// Keeps the very dictionary given, as setRaw does.
     explicit AutoFormOrder(const Dictionary& dictionary) : RawRecord(dictionary, Keeps::shared) {}
+    /// Makes dictionary itself the one behind the record.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::shared); }
 
     /// The values as they stand, of whatever kind; nothing when absent.

@@ -51,27 +51,18 @@ public:
 
     /// The dictionary the order was read from; nothing for an order made by the screens.
     ///@{
-    /// "ID".
-    ///@{
     const std::optional<Dictionary>& raw() const noexcept { return raw_; }
     void setRaw(std::optional<Dictionary> v) { raw_ = std::move(v); }
     ///@}
-    ///@}
     /// The kind of sale, "Type": 1 a new line, 2 a device, others as the server names them (typeName).
-    ///@{
-    /// "Type".
     ///@{
     unsigned long type() const noexcept { return type_; }
     void setType(unsigned long v) noexcept { type_ = v; }
     ///@}
-    ///@}
     /// "TypeName" as it stands ("新装", "购机").
-    ///@{
-    /// "TypeName".
     ///@{
     const std::optional<Value>& typeName() const noexcept { return typeName_; }
     void setTypeName(std::optional<Value> v) { typeName_ = std::move(v); }
-    ///@}
     ///@}
     /// 0 for an order not yet created.
     ///@{
@@ -80,19 +71,13 @@ public:
     ///@}
     /// The serial number the server gave the order, "SN".
     ///@{
-    /// "SN".
-    ///@{
     const std::optional<std::string>& SN() const noexcept { return SN_; }
     void setSN(std::optional<std::string> v) { SN_ = std::move(v); }
     ///@}
-    ///@}
     /// The devices sold ("GoodsInfo"), each with its IMEI and deal price.
-    ///@{
-    /// "GoodsInfo".
     ///@{
     const std::optional<std::vector<ProductInfo>>& products() const noexcept { return products_; }
     void setProducts(std::optional<std::vector<ProductInfo>> v) { products_ = std::move(v); }
-    ///@}
     ///@}
     /// The phone numbers sold ("PhoneInfo"), each with its prefund.
     ///@{
@@ -123,94 +108,63 @@ public:
     ///@}
     /// When the server created the order ("CreateTime"; 1970 when it sent none).
     ///@{
-    /// "CreateTime".
-    ///@{
     const std::optional<Date>& createTime() const noexcept { return createTime_; }
     void setCreateTime(std::optional<Date> v) noexcept { createTime_ = v; }
     ///@}
-    ///@}
     /// What the customer is charged.
-    ///@{
-    /// "Amount".
     ///@{
     float dealPrice() const noexcept { return dealPrice_; }
     void setDealPrice(float v) noexcept { dealPrice_ = v; }
     ///@}
-    ///@}
     /// The city of the installation address ("CTCityID" when submitted, "AreaName" when listed).
-    ///@{
-    /// "AreaName".
     ///@{
     const std::optional<Area>& city() const noexcept { return city_; }
     void setCity(std::optional<Area> v) { city_ = std::move(v); }
     ///@}
-    ///@}
     /// The district within the city.
-    ///@{
-    /// "SubAreaName".
     ///@{
     const std::optional<Area>& area() const noexcept { return area_; }
     void setArea(std::optional<Area> v) { area_ = std::move(v); }
-    ///@}
     ///@}
     /// The installation address.
     ///@{
     const std::optional<Address>& address() const noexcept { return address_; }
     void setAddress(std::optional<Address> v) { address_ = std::move(v); }
     ///@}
-    /// The consignee: who receives the goods ("Consignee"), where ("Address"),
-    /// and their telephone ("Tel"), as they stand.
-    ///@{
-    /// "Consignee".
+    /// The consignee, who receives the goods: "Consignee", as it stands.
     ///@{
     const std::optional<Value>& contactName() const noexcept { return contactName_; }
     void setContactName(std::optional<Value> v) { contactName_ = std::move(v); }
     ///@}
-    /// "Address".
-    ///@{
-    /// "Address".
+    /// Where the consignee receives them: "Address", as it stands.
     ///@{
     const std::optional<Value>& contactAddress() const noexcept { return contactAddress_; }
     void setContactAddress(std::optional<Value> v) { contactAddress_ = std::move(v); }
     ///@}
-    ///@}
-    /// "Tel".
+    /// The consignee's telephone: "Tel", as it stands.
     ///@{
     const std::optional<Value>& contactTel() const noexcept { return contactTel_; }
     void setContactTel(std::optional<Value> v) { contactTel_ = std::move(v); }
     ///@}
-    ///@}
     /// The dealer's remarks, "Remarks", as they stand.
-    ///@{
-    /// "Remarks".
     ///@{
     const std::optional<Value>& remarks() const noexcept { return remarks_; }
     void setRemarks(std::optional<Value> v) { remarks_ = std::move(v); }
     ///@}
-    ///@}
     /// The receipts of the sale ("ReceiptArr").
-    ///@{
-    /// "ReceiptArr".
     ///@{
     const std::optional<std::vector<Receipt>>& receipts() const noexcept { return receipts_; }
     void setReceipts(std::optional<std::vector<Receipt>> v) { receipts_ = std::move(v); }
     ///@}
-    ///@}
     /// Where the server keeps the signed receipt, "ReceiptPath", as it stands.
-    ///@{
-    /// "ReceiptPath".
     ///@{
     const std::optional<Value>& receiptPath() const noexcept { return receiptPath_; }
     void setReceiptPath(std::optional<Value> v) { receiptPath_ = std::move(v); }
     ///@}
-    ///@}
     /// When the line is to be installed ("InstallDate").
-    ///@{
-    /// "InstallDate".
     ///@{
     const std::optional<Date>& installDate() const noexcept { return installDate_; }
     void setInstallDate(std::optional<Date> v) noexcept { installDate_ = v; }
-    ///@}
     ///@}
 
     /// The goods' deal prices, then the numbers' prefunds, added up in single
