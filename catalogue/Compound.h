@@ -56,9 +56,10 @@ public:
 
 } // namespace veltrane
 
+/// @cond
+// Hashes a record by its hash(), for unordered containers.
 template <>
-/// Hashes a record by its hash(), for unordered containers.
 struct std::hash<veltrane::Compound> {
-    /// The record's hash().
     size_t operator()(const veltrane::Compound& c) const noexcept { return static_cast<size_t>(c.hash()); }
 };
+/// @endcond

@@ -47,9 +47,10 @@ public:
 
 } // namespace veltrane
 
+/// @cond
+// Hashes a record by its hash(), for unordered containers.
 template <>
-/// Hashes a record by its hash(), for unordered containers.
 struct std::hash<veltrane::CompoundType> {
-    /// The record's hash().
     size_t operator()(const veltrane::CompoundType& t) const noexcept { return static_cast<size_t>(t.hash()); }
 };
+/// @endcond

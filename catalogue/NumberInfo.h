@@ -63,8 +63,10 @@ public:
     static void listWithCompany(int32_t company, unsigned long andNetwork, unsigned long andDevice, int32_t andRank,
                                 std::optional<std::string> byKeywords, int32_t atPage, ResultCallback<DataPage<NumberInfo>> callback);
     /// POST "postLockPhone" / "postUnLockPhone" with exactly "companyid" and "phone".
+    ///@{
     static void lockPhoneNumber(std::string phoneNumber, int32_t ofCompany, FlagCallback callback);
     static void unlockPhoneNumber(std::string phoneNumber, int32_t ofCompany, FlagCallback callback);
+    ///@}
 
     /// A number rebuilt from an action-form order's info: its keys plus "Phone"
     /// from "AccountNumber", "Prestore" from "Price" and "UIM" from the text of

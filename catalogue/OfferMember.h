@@ -23,6 +23,7 @@ public:
     /// Keeps the very dictionary given.
     void setRaw(const Dictionary& dictionary) { keep(dictionary, Keeps::shared); }
 
+    /// Whether the member was read from a dictionary (the dictionary constructor).
     bool isLoadedFromDict() const noexcept { return isLoadedFromDict_; }
 
     /// Read from "accNbr"; written to both "accNbr" and "subProdAccNbr".
@@ -57,8 +58,10 @@ public:
     ///@}
     /// The SIM card number as the server gives it: "UIM", else "UimCode";
     /// written to both.
+    ///@{
     std::optional<Value> uim() const;
     void setUim(std::optional<Value> v);
+    ///@}
 
     /// One-sided: every entry of this member's dictionary must stand, equal,
     /// in the other's; entries only the other has are not looked at.

@@ -26,16 +26,19 @@ public:
     /// "ID", a 32-bit integer.
     ///@{
     int32_t ID() const { return raw_.optInt("ID"); }
+    /// Writes "ID" as a 32-bit number.
     void setID(int32_t v) { raw_.set("ID", NSBoxInt(v)); }
     ///@}
     /// "Name", text.
     ///@{
     std::optional<std::string> name() const { return text("Name"); }
+    /// Writes "Name" (nothing removes it).
     void setName(std::optional<std::string> v) { setText("Name", std::move(v)); }
     ///@}
     /// Read as 32 bits and sign-extended; written narrowed to 32 bits.
     ///@{
     long type() const { return raw_.optInt("PlanType"); }
+    /// Writes "PlanType", narrowed to 32 bits.
     void setType(long v) { raw_.set("PlanType", NSBoxInt(static_cast<int32_t>(v))); }
     ///@}
 };

@@ -73,12 +73,15 @@ public:
     /// once with (false, "no IMEI", nothing).
     static void listForCompany(int32_t company, const std::optional<std::string>& withIMEI, int32_t restrictForGoodsID,
                                ResultCallback<DataPage<ProductInfo>> callback);
+    /// The same for any goods line (goodsid -1).
     static void listForCompany(int32_t company, const std::optional<std::string>& withIMEI, ResultCallback<DataPage<ProductInfo>> callback);
     /// GET "getGoodsByIMEI" with exactly "companyid" and "imei": one device.
     static void checkIMEI(std::string IMEI, int32_t ofCompany, ResultCallback<ProductInfo> callback);
     /// POST "postLockImei" / "postUnLockImei" with exactly "companyid" and "imei".
+    ///@{
     static void lockIMEI(std::string IMEI, int32_t ofCompany, FlagCallback callback);
     static void unlockIMEI(std::string IMEI, int32_t ofCompany, FlagCallback callback);
+    ///@}
     /// GET "getInfo" with "goodsid" and "companyid": the reply's data as it
     /// stands on success, nothing on failure.
     static void getInfoOfProduct(int32_t productID, int32_t withCompany, ResultCallback<Value> callback);

@@ -26,10 +26,16 @@ public:
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
     ///@}
+    /// Whether it serves a telephone ("type" 0 or 2).
+    ///@{
     bool isTel() const noexcept { return isTel_; }
     void setIsTel(bool v) noexcept { isTel_ = v; }
+    ///@}
+    /// Whether it serves broadband ("type" 1 or 2).
+    ///@{
     bool isWan() const noexcept { return isWan_; }
     void setIsWan(bool v) noexcept { isWan_ = v; }
+    ///@}
     /// "code".
     ///@{
     bool available() const noexcept { return available_; }

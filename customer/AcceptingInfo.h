@@ -24,12 +24,15 @@ public:
           acceptingCenterName_(dictionary.optString("AcpName")),
           createTime_(Date::dateWithTimeIntervalSince1970(static_cast<double>(dictionary.optLong("CreateTime")))) {}
 
+    /// The dictionary it was read from.
     const Dictionary& raw() const noexcept { return raw_; }
     /// The person who accepted the order.
     const std::optional<std::string>& userName() const noexcept { return userName_; }
     /// From "Phone".
     const std::optional<std::string>& contactTel() const noexcept { return contactTel_; }
+    /// The accepting centre, from "AcpName".
     const std::optional<std::string>& acceptingCenterName() const noexcept { return acceptingCenterName_; }
+    /// When the order was taken over ("CreateTime").
     Date createTime() const noexcept { return createTime_; }
 
     /// GET "getAcceptUserInfo" with "SN". A reply whose "code" is not 0 gives

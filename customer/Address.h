@@ -36,8 +36,10 @@ public:
     /// With a "site" key (any value), "siteID" / "siteName" of the dictionary
     /// under it; without, "SiteID" / "SiteName" of the address itself. A "site"
     /// that is not a dictionary throws ValueError.
+    ///@{
     int32_t siteID() const;
     std::optional<std::string> siteName() const;
+    ///@}
 
     /// The address of an action-form order's info (all its keys).
     static Address loadFromActionOrderInfo(const Dictionary& info) { return Address(info); }

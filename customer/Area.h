@@ -21,12 +21,21 @@ public:
     /// throws ValueError) and "Title" as it stands.
     explicit Area(const Dictionary& dictionary) : ID_(dictionary.intValue("ID")), title_(dictionary.optValue("Title")), raw_(dictionary) {}
 
+    /// "ID": the area to send ("CTCityID", "CTAreaID").
+    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
+    ///@}
+    /// "Title", as it stands ("广州市").
+    ///@{
     const std::optional<Value>& title() const noexcept { return title_; }
     void setTitle(std::optional<Value> v) { title_ = std::move(v); }
+    ///@}
+    /// The dictionary the area was read from.
+    ///@{
     const Dictionary& raw() const noexcept { return raw_; }
     void setRaw(const Dictionary& v) { raw_ = v; }
+    ///@}
 
     /// GET "getTelecomArea" with "pid" (32-bit): the children of that area.
     /// An element that is not an area is dropped with its log line.

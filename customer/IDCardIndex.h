@@ -25,8 +25,11 @@ public:
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
     ///@}
+    /// The card holder's name, "Name".
+    ///@{
     const std::optional<std::string>& name() const noexcept { return name_; }
     void setName(std::optional<std::string> v) { name_ = std::move(v); }
+    ///@}
     /// The card number.
     ///@{
     const std::optional<std::string>& serial() const noexcept { return serial_; }

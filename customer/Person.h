@@ -25,18 +25,30 @@ public:
     const std::optional<Value>& name() const noexcept { return name_; }
     void setName(std::optional<Value> v) { name_ = std::move(v); }
     ///@}
+    /// The address on the identity card.
+    ///@{
     const std::optional<Value>& address() const noexcept { return address_; }
     void setAddress(std::optional<Value> v) { address_ = std::move(v); }
+    ///@}
+    /// The identity card's number.
+    ///@{
     const std::optional<Value>& idCardNumber() const noexcept { return idCardNumber_; }
     void setIdCardNumber(std::optional<Value> v) { idCardNumber_ = std::move(v); }
+    ///@}
+    /// Where the screens keep the photos of the card's front and back on the device.
+    ///@{
     const std::optional<Value>& idCardPhotoFrontCachePath() const noexcept { return idCardPhotoFrontCachePath_; }
     void setIdCardPhotoFrontCachePath(std::optional<Value> v) { idCardPhotoFrontCachePath_ = std::move(v); }
     const std::optional<Value>& idCardPhotoBackCachePath() const noexcept { return idCardPhotoBackCachePath_; }
     void setIdCardPhotoBackCachePath(std::optional<Value> v) { idCardPhotoBackCachePath_ = std::move(v); }
+    ///@}
+    /// The server's addresses of the photos of the card's front and back.
+    ///@{
     const std::optional<Value>& idCardPhotoFrontUrl() const noexcept { return idCardPhotoFrontUrl_; }
     void setIdCardPhotoFrontUrl(std::optional<Value> v) { idCardPhotoFrontUrl_ = std::move(v); }
     const std::optional<Value>& idCardPhotoBackUrl() const noexcept { return idCardPhotoBackUrl_; }
     void setIdCardPhotoBackUrl(std::optional<Value> v) { idCardPhotoBackUrl_ = std::move(v); }
+    ///@}
 
     /// Whether name, address, identity number and the two photo addresses are
     /// all empty (their lengths add up to 0). The two cache paths do not

@@ -23,8 +23,11 @@ public:
     const std::optional<std::string>& date() const noexcept { return date_; }
     void setDate(std::optional<std::string> v) { date_ = std::move(v); }
     ///@}
+    /// The day's free slots, "time", as they stand.
+    ///@{
     const std::optional<Value>& time() const noexcept { return time_; }
     void setTime(std::optional<Value> v) { time_ = std::move(v); }
+    ///@}
 
     /// GET "getInstallTime" with "SubAreaCode" when the code has text; with an
     /// empty or absent code, no parameter dictionary at all.

@@ -21,8 +21,11 @@ public:
     /// Copies "ID" (32-bit) and "PrintName" (text).
     explicit Printer(const Dictionary& dictionary) : ID_(dictionary.optInt("ID")), Name_(dictionary.optString("PrintName")) {}
 
+    /// The print server's "ID", to send a receipt to.
+    ///@{
     int32_t ID() const noexcept { return ID_; }
     void setID(int32_t v) noexcept { ID_ = v; }
+    ///@}
     /// From "PrintName".
     ///@{
     const std::optional<std::string>& Name() const noexcept { return Name_; }

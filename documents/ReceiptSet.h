@@ -21,13 +21,15 @@ public:
     /// dictionary throws ValueError ("Files[2]: ...").
     explicit ReceiptSet(const Dictionary& dictionary);
 
-    /// "DisplayIndex".
+    /// The dictionary it was read from.
     const Dictionary& raw() const noexcept { return raw_; }
+    /// "DisplayIndex": where the set is shown among the order's.
     int32_t displayIndex() const noexcept { return displayIndex_; }
     /// "OrderID".
     int64_t orderID() const noexcept { return orderID_; }
     /// "SN".
     const std::optional<std::string>& SN() const noexcept { return SN_; }
+    /// The receipts of "Files", in order.
     const std::vector<Receipt>& files() const noexcept { return files_; }
 
 private:

@@ -33,8 +33,11 @@ public:
     const std::optional<Value>& Link() const noexcept { return Link_; }
     void setLink(std::optional<Value> v) { Link_ = std::move(v); }
     ///@}
+    /// Whether the banner shows (see showsBanner: "isbar" 1).
+    ///@{
     bool ShowBanner() const noexcept { return ShowBanner_; }
     void setShowBanner(bool v) noexcept { ShowBanner_ = v; }
+    ///@}
 
     /// GET "getHeadAd" with no parameters: every banner in order; one bad
     /// banner fails the list. No data is an empty list.

@@ -16,8 +16,10 @@ namespace veltrane {
 
 /// Names under which the application announces a chat push and a chat update
 /// between its own parts; the library never posts or observes them.
+///@{
 extern std::string RemoteChatPushNotification;
 extern std::string RemoteChatUpdateNotification;
+///@}
 
 /// One message of the dealer company's staff chat, and the class operations that post a
 /// message and fetch the company's messages after a given one.

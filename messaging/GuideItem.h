@@ -46,8 +46,11 @@ public:
     const std::optional<Value>& Link() const noexcept { return Link_; }
     void setLink(std::optional<Value> v) { Link_ = std::move(v); }
     ///@}
+    /// Whether the tile shows as a banner (see showsBanner: "isbar" 1).
+    ///@{
     bool ShowBanner() const noexcept { return ShowBanner_; }
     void setShowBanner(bool v) noexcept { ShowBanner_ = v; }
+    ///@}
 
     /// GET "getAppsID" with "CompanyID" (32-bit): the company's tiles, a bad
     /// one dropped with its log line. Data that is not an array gives (false,

@@ -25,8 +25,10 @@ namespace veltrane {
 /// The notification posted after each successful poll, and the key of its
 /// batch (a std::vector<PushMessage>, in the server's order) in userInfo. Its
 /// sender is std::type_index(typeid(PushMessage)).
+///@{
 inline constexpr const char* PushMessageNotification = "PushMessageNotification";
 inline constexpr const char* PushMessageKey = "PushMessage";
+///@}
 
 /// The poller's running flag. Atomic, so that start, stop and the polls may
 /// touch it from any thread; start sets it by exchange, so two racing starts

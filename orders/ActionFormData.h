@@ -26,6 +26,7 @@ public:
 
     /// "action".
     const Action& action() const noexcept { return action_; }
+    /// The form's fields, from "ActionForm", in order.
     const std::optional<std::vector<ActionFormItem>>& inputs() const noexcept { return inputs_; }
     /// "fields".
     const Dictionary& filledInfo() const noexcept { return filledInfo_; }

@@ -30,6 +30,7 @@ public:
     /// dropped with its log line; nothing when the key holds no array).
     explicit ActionFormOrderDetail(const Dictionary& reply);
 
+    /// The order, with its actions under "ActionList".
     const ActionFormOrder& order() const noexcept { return order_; }
     /// "orderInfo" as the server sent it, without "ActionList".
     const Dictionary& info() const noexcept { return info_; }

@@ -24,6 +24,7 @@ public:
     /// Keeps a one-level copy of the dictionary.
     explicit FormAction(const Dictionary& dictionary) : raw_(dictionary.mutableCopy()) {}
 
+    /// The dictionary behind the entry; nothing for a default-made one.
     const std::optional<Dictionary>& raw() const noexcept { return raw_; }
     /// Keeps the very dictionary given: a read-only one makes every setter
     /// throw ValueError.
