@@ -94,8 +94,9 @@ struct UpdateCheckArguments {
 };
 
 int updateCheck(const UpdateCheckArguments& a) {
-    LogSink previous;
-    if (!a.verbose) previous = setLogSink([](std::string_view) {});
+    // Silenced for the rest of the run: a manifest read that was cancelled
+    // may still log as it ends, after the answer.
+    if (!a.verbose) setLogSink([](std::string_view) {});
     Bundle::mainBundle().setShortVersionString(a.localVersion);
     std::optional<std::pair<bool, std::optional<std::string>>> outcome;
     catchInterrupts();
@@ -106,7 +107,6 @@ int updateCheck(const UpdateCheckArguments& a) {
     }
     // The answer comes on the main queue, driven here.
     driveMainQueue([&] { return outcome.has_value(); }, group, std::chrono::minutes(3));
-    if (!a.verbose) setLogSink(previous);
     if (interrupted()) {
         std::cerr << "veltrane update-check: interrupted (" << (outcome ? outcome->second.value_or("") : "") << ")\n";
         return kInterrupted;
