@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 #include <httplib.h>
+#include <sys/socket.h>
 
 #include <malloc.h>
 
@@ -37,6 +38,7 @@ public:
             res.set_content(kReply, "application/json");
         });
         port_ = server_.bind_to_any_port("127.0.0.1");
+        server_.widenBacklog();
         thread_ = std::thread([this] { server_.listen_after_bind(); });
         while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -47,7 +49,12 @@ public:
     std::string address() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
 private:
-    httplib::Server server_;
+    // Debian's cpp-httplib listens with a backlog of 5: the sixth connection
+    // opened at once would wait a second for its SYN to be sent again.
+    struct Listener : httplib::Server {
+        void widenBacklog() { ::listen(svr_sock_, SOMAXCONN); }
+    };
+    Listener server_;
     int port_ = 0;
     std::thread thread_;
 };
