@@ -25,7 +25,8 @@ const char* kSandboxFooter = R"(
 The sandbox answers every API name on <address>/index.php/api/<name>, the
 signature upload on /index.php/api/common/upload and a manifest on
 /manifest.plist, logs one line per request and keeps a journal of them
-(veltrane journal). Control routes:
+(veltrane journal). Open <address>/sandbox/ in a browser for the journal
+live, the state of the sale, and forms for the routes below. Control routes:
   GET  /sandbox/requests       the journal: ?api=<name>&since=<entry>&limit=<n>
   GET  /sandbox/state          orders, action-form orders, chat, pushes, uploads
   POST /sandbox/fault          api=<name> kind=<kind> times=<n>|all [message=]
