@@ -1,5 +1,15 @@
 /// @file
 /// The completion shapes of every server call.
+///
+/// Every completion runs exactly once. Unless an operation says otherwise, it
+/// runs on the thread that delivers the reply: the HTTP transport's own thread
+/// (return promptly, and hand UI work to Dispatch::mainQueue()), or, with a
+/// MemoryTransport, the thread that answers. The signature upload and the
+/// update check complete on the main queue. A failure is (false, a message):
+/// the server's own message unchanged, or one that starts with the API name
+/// ("getOrders: cancelled", "getPhonePages: data[3].Rank: null has no integer
+/// value"); no operation lets an exception out for what the server or the
+/// network does.
 #pragma once
 
 #include <functional>
