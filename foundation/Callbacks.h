@@ -8,9 +8,9 @@
 /// update check complete on the main queue. A failure is (false, a message):
 /// the server's own message unchanged, or one that starts with the API name
 /// ("getOrders: cancelled", "getPhonePages: data[3].Rank: null has no integer
-/// value"). The few operations whose documentation says a reply's reading
-/// error "leaves the completion" let that exception out to the transport that
-/// delivered the reply (which logs it) instead.
+/// value"). The few operations documented as "unguarded" let a reply's
+/// reading error out to the transport that delivered the reply (which logs
+/// it) instead.
 #pragma once
 
 #include <functional>
