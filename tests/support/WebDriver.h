@@ -49,7 +49,8 @@ public:
     // Waits until script returns true; false after within.
     bool waitUntil(const std::string& script, std::chrono::milliseconds within = std::chrono::seconds(5)) {
         for (auto end = std::chrono::steady_clock::now() + within; std::chrono::steady_clock::now() < end;) {
-            if (run(script).isBool() && run(script).asBool()) return true;
+            Value answer = run(script);
+            if (answer.isBool() && answer.asBool()) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
         return false;
