@@ -1,10 +1,7 @@
-// The signature upload over loopback (its parts as the server receives them,
-// its completion and progress on the main queue, its failure paths), and the
-// document calls against the sandbox.
+// The signature upload over loopback: its parts as the server receives them,
+// its completion and progress on the main queue, its failure paths.
 #include <future>
 
-#include "veltrane/documents/Agreement.h"
-#include "veltrane/documents/Printer.h"
 #include "veltrane/documents/Receipt.h"
 #include "veltrane/platform/Dispatch.h"
 #include "veltrane/platform/HTTPSession.h"
@@ -149,47 +146,6 @@ TEST_F(SignatureUpload, ATransportFailureGivesItsFullDescription) {
     EXPECT_FALSE(u.success);
     EXPECT_NE(u.message->find("Couldn't connect to server"), std::string::npos) << *u.message;
     EXPECT_NE(u.message->find("/index.php/api/common/upload"), std::string::npos) << "with the address";
-}
-
-class DocumentsOverHTTP : public test::SandboxTest {};
-
-TEST_F(DocumentsOverHTTP, TheSignedCopyReplacesTheGeneratedDocument) {
-    auto detail = request(HTTPMethod::GET, "getOrderInfo", Dictionary{{"orderid", 7001}});
-    Receipt before(detail.result->asDictionary().optArray("Receipt")->operator[](0).asDictionary());
-    EXPECT_EQ(before.showingPath(), sandbox->address() + "/receipts/AF20261120001.pdf");
-    httplib::Client client(sandbox->address());
-    EXPECT_EQ(client.Get("/receipts/AF20261120001.pdf")->body.rfind("%PDF-1.4", 0), 0u) << "the generated document is served";
-
-    Upload u = upload(before, "%PDF-1.4 signed");
-    ASSERT_TRUE(u.success) << u.message.value_or("");
-    detail = request(HTTPMethod::GET, "getOrderInfo", Dictionary{{"orderid", 7001}});
-    Receipt after(detail.result->asDictionary().optArray("Receipt")->operator[](0).asDictionary());
-    EXPECT_EQ(after.showingPath(), sandbox->address() + "/uploads/sign/AF20261120001-811.pdf");
-    EXPECT_EQ(client.Get("/uploads/sign/AF20261120001-811.pdf")->body, "%PDF-1.4 signed");
-    bool listed = false;
-    Array signs = *detail.result->asDictionary().optArray("Sign");
-    for (const Value& sign : signs) listed |= sign.asDictionary().optLong("ID") == 811;
-    EXPECT_TRUE(listed) << "among the signed receipts";
-}
-
-TEST_F(DocumentsOverHTTP, AgreementsSheetsPrintersAndPrintRequests) {
-    auto agreements = await<std::vector<Agreement>>([](auto done) { Agreement::listWithSN("AF20261120001", done); });
-    ASSERT_TRUE(agreements.success) << agreements.message.value_or("");
-    ASSERT_EQ(agreements.result->size(), 3u);
-    EXPECT_TRUE(agreements.result->at(2).checked());
-    auto sheets = await<std::vector<std::string>>([](auto done) { Agreement::createSheetWithSN("AF20261120001", {Value(401), Value(402)}, done); });
-    ASSERT_TRUE(sheets.success) << sheets.message.value_or("");
-    EXPECT_EQ(*sheets.result, (std::vector<std::string>{"/sheets/AF20261120001-401.pdf", "/sheets/AF20261120001-402.pdf"}));
-
-    auto printers = await<std::vector<Printer>>([](auto done) { Printer::listPrinterOfCompany(1, done); });
-    ASSERT_EQ(printers.result->size(), 2u);
-    auto sent = awaitFlag([&](auto done) { Printer::sendPrintRequestOfOrderID(7001, printers.result->back().ID(), 811, done); });
-    EXPECT_TRUE(sent.success && sent.flag);
-    auto refused = awaitFlag([](auto done) { Printer::sendPrintRequestOfOrderID(7001, 99, 811, done); });
-    EXPECT_FALSE(refused.success || refused.flag);
-    EXPECT_EQ(refused.message, "打印机不存在");
-    httplib::Client client(sandbox->address());
-    EXPECT_NE(client.Get("/sandbox/print-requests")->body.find(R"({"id":7001,"serverid":2,"receiptid":811})"), std::string::npos);
 }
 
 } // namespace

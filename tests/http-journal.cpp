@@ -89,38 +89,6 @@ TEST_F(Journal, KeepsEachRequestAsParsedAndAnswered) {
                         R"("reply":"{\"status\":0,\"info\":\"缺少参数: p\"}","applied":null})");
 }
 
-TEST_F(Journal, FiltersOverHTTP) {
-    for (int i = 0; i < 3; ++i) await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); });
-    request(HTTPMethod::GET, "getHeadAd", std::nullopt);
-    std::this_thread::sleep_for(5ms);
-    double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-    std::this_thread::sleep_for(5ms);
-    request(HTTPMethod::GET, "getHeadAd", std::nullopt);
-    std::string since = "since=" + std::to_string(start);
-    char sinceTime[32];
-    std::snprintf(sinceTime, sizeof sinceTime, "since=%.3f", now);
-    const struct {
-        std::string query;
-        const char* found;  // the API names, or the refusal
-    } cases[] = {
-        {since, "getLabel,getLabel,getLabel,getHeadAd,getHeadAd"},
-        {since + "&api=getHeadAd", "getHeadAd,getHeadAd"},
-        {since + "&limit=2", "getLabel,getLabel"},
-        {"limit=2", "getHeadAd,getHeadAd"},
-        {"api=getLabel&limit=1", "getLabel"},
-        {sinceTime, "getHeadAd"},
-        {since + "&api=postChat", ""},
-        {"since=x", "参数格式错误: since 应为记录号或时间 (1970 年以来的秒数)"},
-        {"since=-3", "参数格式错误: since 应为记录号或时间 (1970 年以来的秒数)"},
-        {"limit=0", "参数格式错误: limit 应为正整数"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.query);
-        std::variant<Array, std::string> found = requests(c.query);
-        EXPECT_EQ(std::holds_alternative<Array>(found) ? apis(std::get<Array>(found)) : std::get<std::string>(found), c.found);
-    }
-}
-
 TEST_F(Journal, VerifiesHowManyRequestsCameWithGivenParameters) {
     const struct {
         const char* api;

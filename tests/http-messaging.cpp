@@ -1,6 +1,6 @@
 // Messaging over loopback: the update check against manifests served as XML
-// and binary property lists (and against none), the poller and chat against
-// the sandbox, and the watch and push commands as processes.
+// and binary property lists (and against none), and the watch and push
+// commands as processes.
 #include <plist/plist.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -9,11 +9,7 @@
 #include <fcntl.h>
 #include <poll.h>
 
-#include "veltrane/messaging/Advertisment.h"
-#include "veltrane/messaging/Chat.h"
-#include "veltrane/messaging/GuideItem.h"
 #include "veltrane/messaging/PushMessage.h"
-#include "veltrane/messaging/SubApp.h"
 #include "veltrane/messaging/Updater.h"
 #include "veltrane/platform/Dispatch.h"
 #include "veltrane/platform/NotificationCenter.h"
@@ -177,81 +173,7 @@ TEST_F(UpdateCheck, TheLogLinesOfARead) {
 
 // ---- Against the sandbox ------------------------------------------------------------------
 
-class MessagingOverHTTP : public test::SandboxTest {
-protected:
-    void SetUp() override {
-        test::SandboxTest::SetUp();
-        PushMessage::stop();
-        Dispatch::mainQueue().clear();
-        PushMessage::reset();
-    }
-};
-
-TEST_F(MessagingOverHTTP, ThePollerReceivesWhatIsQueuedForItsUser) {
-    std::mutex mutex;
-    std::vector<std::vector<long>> batches;
-    auto token = NotificationCenter::defaultCenter().addObserverForName(PushMessageNotification, [&](const Notification& n) {
-        std::vector<long> ids;
-        for (const PushMessage& m : std::any_cast<const std::vector<PushMessage>&>(n.userInfo.at(PushMessageKey))) ids.push_back(m.ID());
-        std::lock_guard lock(mutex);
-        batches.push_back(ids);
-    });
-    auto received = [&](long id) {
-        std::lock_guard lock(mutex);
-        for (const auto& b : batches)
-            if (std::find(b.begin(), b.end(), id) != b.end()) return true;
-        return false;
-    };
-    auto driveUntil = [&](auto done) {
-        for (auto end = Clock::now() + 10s; Clock::now() < end && !done();) Dispatch::mainQueue().runFor(10ms);
-        return done();
-    };
-    PushMessage::start();
-    ASSERT_TRUE(driveUntil([&] { return received(2); })) << "the seed's messages";
-    long forUs = sandbox->queuePushMessage(7, "order", "订单已受理");
-    long forOther = sandbox->queuePushMessage(8, "order", "别人的消息");
-    ASSERT_TRUE(driveUntil([&] { return received(forUs); }));
-    PushMessage::stop();
-    NotificationCenter::defaultCenter().removeObserver(token);
-    EXPECT_FALSE(received(forOther));
-    EXPECT_EQ(PushMessage::lastMessageID(), forUs);
-    std::lock_guard lock(mutex);
-    for (size_t i = 1; i < batches.size(); ++i)
-        for (long id : batches[i]) EXPECT_GT(id, 2) << "a message is received once";
-}
-
-TEST_F(MessagingOverHTTP, ChatStaysWithinItsCompany) {
-    auto before = await<std::vector<Chat>>([](auto done) { Chat::listForCompany(1, 0, done); });
-    ASSERT_TRUE(before.success);
-    long last = before.result->empty() ? 0 : before.result->back().ID();
-    auto sent = awaitFlag([](auto done) { Chat::sendAsUser(8, "今天\"晨会\"取消", "text", done); });
-    ASSERT_TRUE(sent.success) << sent.message.value_or("");
-    auto after = await<std::vector<Chat>>([&](auto done) { Chat::listForCompany(1, last, done); });
-    ASSERT_TRUE(after.success);
-    ASSERT_EQ(after.result->size(), 1u);
-    const Chat& c = after.result->front();
-    EXPECT_EQ(c.UserID(), 8);
-    EXPECT_EQ(c.CompanyID(), 1);
-    EXPECT_EQ(c.Content()->asString(), "今天\"晨会\"取消");
-    EXPECT_GT(c.CreateTime().timeIntervalSince1970(), 1.7e9);
-    auto elsewhere = await<std::vector<Chat>>([](auto done) { Chat::listForCompany(2, 0, done); });
-    ASSERT_TRUE(elsewhere.success);
-    EXPECT_TRUE(elsewhere.result->empty());
-}
-
-TEST_F(MessagingOverHTTP, TheHomeScreen) {
-    auto tiles = await<std::vector<GuideItem>>([](auto done) { GuideItem::loadWithCompany(1, done); });
-    auto apps = await<std::vector<SubApp>>([](auto done) { SubApp::list(done); });
-    auto banners = await<std::vector<Advertisment>>([](auto done) { Advertisment::listWithCallback(done); });
-    ASSERT_TRUE(tiles.success && apps.success && banners.success);
-    EXPECT_EQ(tiles.result->size(), 5u);
-    EXPECT_EQ(apps.result->size(), 4u) << "the unnamed tile hidden";
-    std::vector<bool> bar;
-    for (const GuideItem& g : *tiles.result) bar.push_back(g.ShowBanner());
-    EXPECT_EQ(bar, (std::vector<bool>{true, true, false, false, false})) << "1 and \"1\" only";
-    ASSERT_EQ(banners.result->size(), 2u);
-    EXPECT_EQ(banners.result->at(0).ImageUrl()->asString(), "/static/banners/1111.jpg");
-}
+using MessagingOverHTTP = test::SandboxTest;
 
 // ---- The commands ----------------------------------------------------------------------------
 

@@ -20,18 +20,6 @@ struct PhoneRow {
 
 using Tags = std::vector<Tag>;
 
-TEST_F(SandboxTest, PagesThroughTheLibrary) {
-    Dictionary params{{"companyid", 1}, {"rank", 0}, {"NetType", 0}, {"p", 6}};
-    auto page = await<DataPage<PhoneRow>>([&](auto done) { reply::get("getPhonePages", params, reply::page<PhoneRow>(done)); });
-    ASSERT_TRUE(page.success) << page.message.value_or("");
-    EXPECT_EQ(page.result->totalRows(), 60);
-    EXPECT_EQ(page.result->totalPages(), 6);
-    EXPECT_EQ(page.result->currentPage(), 6);
-    EXPECT_EQ(page.result->count(), 10);
-    EXPECT_EQ(page.result->data()->size(), 10u);
-    EXPECT_EQ(page.result->data()->front().phone.size(), 11u);
-}
-
 struct RefusalCase {
     const char* name;
     HTTPMethod method;
@@ -49,6 +37,12 @@ const RefusalCase kRefusals[] = {
     {"wrong method", HTTPMethod::GET, "postLockImei", R"({"companyid":1,"imei":"1"})", "请求方法错误: postLockImei 需要 POST"},
     {"parameters where none are taken", HTTPMethod::GET, "listCompoundTypes", "{}", nullptr},
     {"a dictionary where none is taken", HTTPMethod::GET, "getHeadAd", R"({"x":1})", "未知参数: x"},
+    {"card text Bogus=1&Name=x", HTTPMethod::POST, "postIdcard", R"({"username":"gz_tianhe_07","idcard":"Bogus=1&Name=x"})", "身份证信息格式错误: 第一段不是已知字段: Bogus=1"},
+    {"card text Name=a&Name=b", HTTPMethod::POST, "postIdcard", R"({"username":"gz_tianhe_07","idcard":"Name=a&Name=b"})", "身份证信息格式错误: 字段重复: Name"},
+    {"card text Name=%E5%B", HTTPMethod::POST, "postIdcard", R"({"username":"gz_tianhe_07","idcard":"Name=%E5%B"})", "身份证信息格式错误: Name 的百分号编码不完整"},
+    {"card text Name=%E5%BC", HTTPMethod::POST, "postIdcard", R"({"username":"gz_tianhe_07","idcard":"Name=%E5%BC"})", "身份证信息格式错误: Name 不是有效的 UTF-8 文本"},
+    {"card text Name=x&Picture=not base64!", HTTPMethod::POST, "postIdcard", R"({"username":"gz_tianhe_07","idcard":"Name=x&Picture=not base64!"})", "身份证信息格式错误: Picture 不是 base64"},
+    {"card text Gender=%E5%A5%B3", HTTPMethod::POST, "postIdcard", R"({"username":"gz_tianhe_07","idcard":"Gender=%E5%A5%B3"})", "身份证信息格式错误: 缺少 Name 或 Number"},
 };
 
 TEST_F(SandboxTest, WrongParametersAreNamed) {
@@ -74,45 +68,6 @@ TEST_F(SandboxTest, EveryRouteAnswersAWellFormedRequest) {
         EXPECT_EQ(message.find("服务器内部错误"), std::string::npos) << message;
         EXPECT_EQ(message.find("reply is"), std::string::npos) << message;
     }
-}
-
-TEST_F(SandboxTest, ALockedNumberIsRefusedAndLeavesTheList) {
-    Dictionary list{{"companyid", 1}, {"rank", 0}, {"NetType", 0}, {"p", 1}, {"keyword", "10001234"}};
-    auto before = request(HTTPMethod::GET, "getPhonePages", list);
-    ASSERT_EQ(before.result->asDictionary().optInt("totalRows"), 1);
-    Dictionary lock{{"companyid", 1}, {"phone", "13310001234"}};
-    EXPECT_TRUE(request(HTTPMethod::POST, "postLockPhone", lock).success);
-    auto second = request(HTTPMethod::POST, "postLockPhone", lock);
-    EXPECT_FALSE(second.success);
-    EXPECT_EQ(second.message, "号码已被锁定: 13310001234");
-    EXPECT_EQ(request(HTTPMethod::GET, "getPhonePages", list).result->asDictionary().optInt("totalRows"), 0);
-    EXPECT_TRUE(request(HTTPMethod::POST, "postUnLockPhone", lock).success);
-    EXPECT_EQ(request(HTTPMethod::GET, "getPhonePages", list).result->asDictionary().optInt("totalRows"), 1);
-}
-
-TEST_F(SandboxTest, UploadsAndTheManifest) {
-    HTTPRequest upload = requestForHttpMultipartPost(sandbox->address() + "/index.php/api/common/upload", [](MultipartPartBuilder& b) {
-        b.appendData("%PDF-1.4 signed", "pdf", "signed.pdf");
-        b.appendPlainText("SN", "AF20261120001");
-        b.appendPlainText("ID", "811");
-    });
-    HTTPSession::Outcome outcome = HTTPSession::perform(upload);
-    ASSERT_FALSE(outcome.error);
-    EXPECT_EQ(jsonDictionary(*outcome.data)->optString("info"), "上传成功");
-    Array uploads = sandbox->uploads();
-    ASSERT_EQ(uploads.size(), 1u);
-    Dictionary stored = uploads[0].asDictionary();
-    stored.remove("time");
-    EXPECT_EQ(writeJSON(stored), R"({"SN":"AF20261120001","ID":"811","fileName":"signed.pdf","storedAs":"AF20261120001-811.pdf",)"
-                                 R"("contentType":"application/pdf","size":15,)"
-                                 R"("sha256":"8ed74dd5bdcfb6b5db56a79b93609e87b93bc8234fb6037e7ff070922fd5104b","receipts":1})");
-
-    sandbox->setManifestVersion("1.3", "新增电子签名");
-    auto manifest = dictionaryWithContentsOfURL(sandbox->address() + "/manifest.plist");
-    ASSERT_TRUE(manifest);
-    Dictionary metadata = manifest->optArray("items")->operator[](0).asDictionary().optDictionary("metadata");
-    EXPECT_EQ(metadata.optString("bundle-version"), "1.3");
-    EXPECT_EQ(metadata.optString("note"), "新增电子签名");
 }
 
 } // namespace

@@ -164,13 +164,5 @@ TEST_F(Session, JsonDictionaryIsADictionaryOrNothing) {
     for (const char* notOne : {"[]", "\"{}\"", "", "{", "null"}) EXPECT_FALSE(jsonDictionary(notOne)) << notOne;
 }
 
-TEST_F(Session, PropertyListsOverHTTP) {
-    std::optional<Dictionary> manifest = dictionaryWithContentsOfURL(server.address() + "/manifest.plist");
-    ASSERT_TRUE(manifest);
-    EXPECT_EQ(writeJSON(*manifest), R"({"items":[{"metadata":{"bundle-version":"1.3"}}]})");
-    EXPECT_FALSE(dictionaryWithContentsOfURL(server.address() + "/error"));
-    EXPECT_FALSE(dictionaryWithContentsOfURL(server.address() + "/missing.plist"));
-}
-
 } // namespace
 } // namespace veltrane

@@ -55,41 +55,6 @@ protected:
     }
 };
 
-TEST_F(Store, ARestartKeepsTheSaleAndTheJournal) {
-    long order = 0, lastEntry = 0;
-    {
-        sandbox::Sandbox server(options());
-        server.start();
-        httplib::Client client(server.address());
-        order = postOrder(client, "kept");
-        ASSERT_GT(order, 0);
-        client.Post("/index.php/api/postLockPhone", "companyid=1&phone=13310001234", "application/x-www-form-urlencoded");
-        server.queuePushMessage(7, "notice", "到货了");
-        lastEntry = server.journal({.limit = 1})[0].asDictionary().optLong("entry");
-    }
-    sandbox::Sandbox server(options());
-    server.start();
-    Dictionary state = server.state();
-    EXPECT_EQ(ordersIn(state).back(), std::make_pair(std::string("kept"), order));
-    EXPECT_EQ(writeJSON(state.valueOrNull("lockedPhones")), R"(["133****1234"])");
-    EXPECT_NE(writeJSON(state.valueOrNull("pushMessages")).find("到货了"), std::string::npos);
-    EXPECT_EQ(server.journal({.after = lastEntry - 2}).size(), 2u) << "the journal goes on from its numbering";
-
-    httplib::Client client(server.address());
-    EXPECT_EQ(postOrder(client, "next"), order + 1) << "IDs are never given twice";
-    EXPECT_EQ(server.journal({.limit = 1})[0].asDictionary().optLong("entry"), lastEntry + 1);
-
-    // /sandbox/reset takes the sale back to the seed and keeps the journal;
-    // --reset empties both.
-    server.reset();
-    EXPECT_TRUE(ordersIn(server.state()).size() < ordersIn(state).size());
-    EXPECT_EQ(server.journal({.limit = 1})[0].asDictionary().optLong("entry"), lastEntry + 1);
-    server.stop();
-    sandbox::Sandbox restarted(options(true));
-    EXPECT_EQ(writeJSON(restarted.state()), writeJSON(server.state()));
-    EXPECT_EQ(restarted.journal().size(), 0u);
-}
-
 TEST_F(Store, ADamagedOrForeignDatabaseIsRefusedAndLeftAsItIs) {
     std::filesystem::path file = dir / "data" / "sandbox.sqlite";
     auto foreign = [&] {

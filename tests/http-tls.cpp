@@ -47,11 +47,13 @@ protected:
         test::SandboxTest::TearDown();
     }
     // Trusts both sites' certificates; pins site pinned's key when asked.
+    std::shared_ptr<HTTPTransport> transport;
     void use(int site, std::optional<int> pinned) {
         HTTPTransportOptions options;
         options.caCertificates = nginx->trustFile();
         if (pinned) options.pinnedPublicKeys = {nginx->pin(*pinned)};
-        Server::setTransport(std::make_shared<HTTPTransport>(options));
+        transport = std::make_shared<HTTPTransport>(options);
+        Server::setTransport(transport);
         Server::setAddress(nginx->address(site));
         HTTPSessionOptions session;
         session.caCertificates = options.caCertificates;
@@ -131,13 +133,27 @@ TEST_F(ThroughNginx, TheSaleOverHTTP2) {
         events.clear();
     }
 
+    // Answered slowly, so that all sixteen are seen in flight together: over
+    // HTTP/2 none waits for a connection of its own.
+    sandbox::Fault slow;
+    slow.kind = sandbox::Fault::Kind::delay;
+    slow.delayMilliseconds = 400;
+    sandbox->setFault("getLabel", slow);
     std::atomic<int> answered{0};
     for (int i = 0; i < 16; ++i)
         Tag::listWithCompany(1, 1, [&](bool, std::optional<std::string>, std::optional<std::vector<Tag>>) {
             ++answered;
             answered.notify_one();
         });
+    HTTPTransport::Load load;
+    for (auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5); std::chrono::steady_clock::now() < end;) {
+        load = transport->load();
+        if (load.active + load.waiting == 16) break;
+    }
+    EXPECT_EQ(load.active, 16u);
+    EXPECT_EQ(load.waiting, 0u);
     for (int seen = answered.load(); seen < 16; seen = answered.load()) answered.wait(seen);
+    sandbox->clearFaults();
     {
         std::lock_guard lock(logMutex);
         ASSERT_EQ(events.size(), 16u);

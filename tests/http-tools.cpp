@@ -215,13 +215,6 @@ TEST_F(SandboxFolder, DataFoldersAndSeedsAreChecked) {
     EXPECT_NE(res->body.find("特急"), std::string::npos);
 }
 
-TEST_F(Tools, ASecondServerOnAPortIsRefused) {
-    sandbox::Options options;
-    options.port = sandbox->port();
-    sandbox::Sandbox second(options);
-    EXPECT_THROW(second.start(), std::runtime_error);
-}
-
 TEST_F(Tools, LargeFormBodiesPassAndTooLargeOnesAreRefusedUnread) {
     httplib::Client client(sandbox->address());
     std::string picture(2 << 20, 'A');
@@ -258,34 +251,6 @@ TEST_F(Tools, IdleConnectionsDoNotStarveTheServer) {
     EXPECT_TRUE(tags.success) << tags.message.value_or("");
     EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
     for (int fd : idle) ::close(fd);
-}
-
-TEST_F(Tools, FaultsAreCheckedListedAndCleared) {
-    httplib::Client client(sandbox->address());
-    struct {
-        const char* form;
-        const char* info;
-    } cases[] = {
-        {"api=nosuchapi&kind=failure&times=1", "未知接口: nosuchapi"},
-        {"kind=failure&times=1", "缺少参数: api"},
-        {"api=getLabel&kind=failure", "缺少参数: times (次数或 all)"},
-        {"api=getLabel&kind=failure&times=x", "参数格式错误: times 应为正整数或 all"},
-        {"api=getLabel&kind=failure&times=0", "参数格式错误: times 应为正整数或 all"},
-        {"api=getLabel&kind=delay&times=1", "参数格式错误: delay 应为毫秒数 (至多 600000)"},
-        {"api=getLabel&kind=delay&times=1&delay=soon", "参数格式错误: delay 应为毫秒数 (至多 600000)"},
-        {"api=getLabel&kind=melt&times=1", "参数格式错误: kind 应为 failure|malformed|delay|drop|reset|empty|status|dribble|truncate"},
-        {"api=getLabel&kind=failure&times=2&message=busy", "fault set"},
-        {"api=getPlanList&kind=delay&times=all&delay=5", "fault set"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.form);
-        auto res = client.Post("/sandbox/fault", c.form, "application/x-www-form-urlencoded");
-        EXPECT_EQ(parseJSON(res->body).asDictionary().optString("info"), c.info);
-    }
-    auto listed = [&] { return writeJSON(*parseJSON(client.Get("/sandbox/faults")->body).asDictionary().find("data")); };
-    EXPECT_EQ(listed(), R"([{"api":"getLabel","kind":"failure","times":2,"message":"busy"},{"api":"getPlanList","kind":"delay","times":"all","delay":5}])");
-    client.Post("/sandbox/clear-faults", "", "application/x-www-form-urlencoded");
-    EXPECT_EQ(listed(), "[]");
 }
 
 TEST(SandboxLog, OneLinePerRequestThatNoValueCanForge) {

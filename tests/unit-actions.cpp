@@ -59,14 +59,6 @@ const test::RequestCase kRequests[] = {
 
 TEST_F(Actions, ParametersAsTheServerExpectsThem) { test::expectRequests(*transport, kRequests); }
 
-TEST_F(Actions, SubmissionsLogTheirJSON) {
-    Account::signIn(User(7, 1, "gz"));
-    ActionFormOrder::post(Value(true), ignore<ActionFormOrderSubmitResult>());
-    ActionFormOrder::postUpdateData(Value(Array{1}), ignore<Value>());
-    AutoFormOrder::postOrderWithJsonObject(Value(2), ignore<Value>());
-    EXPECT_EQ(logLines, (std::vector<std::string>{"posting data to create order:\ntrue", "post update data:\n[1]"}));
-}
-
 // A value JSON cannot hold ends every submission before any request, once,
 // with the writer's message.
 TEST_F(Actions, WhatJSONCannotHoldIsNeverSent) {

@@ -159,6 +159,9 @@ TEST_F(Customer, LoadersTakeTheCustomerKeys) {
     EXPECT_EQ(card.address(), std::nullopt) << "no CustomerAddress removes Address";
     EXPECT_EQ(card.frontCardImageUrl(), "/f.jpg");
     EXPECT_EQ(info.optString("Name"), "旧名") << "the info is not changed";
+    IDCardInfo read(dict(R"({"Birthday":"1990-01-01","IssuingAuthority":"越秀","ValidityPeriod":"2018-2038","CardFrontUrl":"/f","CardBackUrl":"/b"})"));
+    EXPECT_EQ(*read.birthday() + *read.issuingAuthority() + *read.validityPeriod() + *read.frontCardImageUrl() + *read.backCardImageUrl(),
+              "1990-01-01越秀2018-2038/f/b");
 
     Address address = Address::loadFromActionOrderInfo(info);
     EXPECT_EQ(address.ID(), 90004);

@@ -20,6 +20,8 @@ const PercentCase kPercentCases[] = {
     {"50%?#;", "50%25%3F%23%3B", "50%25?%23;", "50%25%3F%23%3B"},
     {"\"<>[]{}|\\^`", "%22%3C%3E%5B%5D%7B%7D%7C%5C%5E%60", "%22%3C%3E%5B%5D%7B%7D%7C%5C%5E%60", "%22%3C%3E%5B%5D%7B%7D%7C%5C%5E%60"},
     {"Phone-15_Pro.", "Phone-15_Pro.", "Phone-15_Pro.", "Phone-15_Pro."},
+    {"azAZ09", "azAZ09", "azAZ09", "azAZ09"},  // the ends of each range of letters and digits
+    {"`{@[/:", "%60%7B@%5B/:", "%60%7B@%5B/:", "%60%7B%40%5B%2F%3A"},  // and the characters just outside them
 };
 
 TEST(Encodings, PercentSets) {
@@ -76,6 +78,8 @@ const Utf16Case kUtf16Cases[] = {
     {"😀😀", 4, 1, 2, "\xEF\xBF\xBD\xEF\xBF\xBD"},  // one unit of each pair
     {"abc", 3, 2, 2, "c"},          // a range past the end is cut to the text
     {"abc", 3, 4, 0, ""},
+    {"\xC2\xA0\xC1\xBF", 3, 0, 1, "\xC2\xA0"},  // 0xC2 leads two bytes; 0xC1 is no lead at all
+    {"\xF4\x8F\xBF\xBF\xF5\x80", 4, 0, 2, "\xF4\x8F\xBF\xBF"},  // 0xF4 leads four bytes; 0xF5 none
 };
 
 TEST(Encodings, Utf16UnitsOfUtf8Text) {

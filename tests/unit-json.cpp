@@ -37,6 +37,8 @@ const ParseCase kParseCases[] = {
     {"two documents", "{} {}", nullptr, "malformed"},
     {"integer beyond 64 bits reads as a double", "[123456789012345678901234567890,-9223372036854775809]",
      "[1.2345678901234568e+29,-9223372036854775808]"},
+    {"fractions beside a big integer keep their zeros", "[123456789012345678901234567890,1.0123456789012345678901234]",
+     "[1.2345678901234568e+29,1.0123456789012346]"},
     {"big digits inside text stay text", R"({"n":"123456789012345678901234567890"})", R"({"n":"123456789012345678901234567890"})"},
     {"a big integer does not excuse other errors", "[123456789012345678901234567890,]", nullptr, "malformed"},
     {"leading zeros stay refused", "[000000000000000000000000001]", nullptr, "malformed"},
@@ -96,6 +98,18 @@ const WriteCase kWriteCases[] = {
     {"NaN is refused", NSBoxDouble(std::nan("")), nullptr},
     {"infinity is refused", Array{NSBoxFloat(std::numeric_limits<float>::infinity())}, nullptr},
     {"invalid UTF-8 is refused", Value(std::string("\xFF")), nullptr},
+    // Each edge of the UTF-8 ranges: the first valid sequence and the last invalid one.
+    {"U+0080, the first of two bytes", Value(std::string("\xC2\x80")), "\"\xC2\x80\""},
+    {"an overlong two bytes", Value(std::string("\xC1\xBF")), nullptr},
+    {"U+0800, the first of three", Value(std::string("\xE0\xA0\x80")), "\"\xE0\xA0\x80\""},
+    {"an overlong three bytes", Value(std::string("\xE0\x9F\xBF")), nullptr},
+    {"U+D7FF, before the surrogates", Value(std::string("\xED\x9F\xBF")), "\"\xED\x9F\xBF\""},
+    {"a surrogate", Value(std::string("\xED\xA0\x80")), nullptr},
+    {"U+10000, the first of four", Value(std::string("\xF0\x90\x80\x80")), "\"\xF0\x90\x80\x80\""},
+    {"an overlong four bytes", Value(std::string("\xF0\x8F\xBF\xBF" "a")), nullptr},
+    {"U+10FFFF, the last", Value(std::string("\xF4\x8F\xBF\xBF")), "\"\xF4\x8F\xBF\xBF\""},
+    {"beyond U+10FFFF", Value(std::string("\xF4\x90\x80\x80")), nullptr},
+    {"a sequence cut short", Value(std::string("\xE5\xBC")), nullptr},
 };
 
 TEST(JSON, Write) {
@@ -145,6 +159,8 @@ TEST(JSON, DescribeIsOneReadableLine) {
     EXPECT_EQ(describe(Value("plain")), "plain");
     EXPECT_EQ(describe(NSBoxDouble(std::nan(""))), "nan");
     EXPECT_EQ(describeOrNull(std::optional<Value>()), "(null)");
+    EXPECT_EQ(describe(Array{Value("\xF0\x8F\xBF\xBF")}), "[\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\"]")
+        << "each byte of an overlong sequence stands for itself";
 }
 
 } // namespace

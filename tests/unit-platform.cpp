@@ -19,6 +19,7 @@
 #include "veltrane/foundation/Boxing.h"
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/platform/Dispatch.h"
+#include "veltrane/platform/HTTPHooks.h"
 #include "veltrane/platform/NotificationCenter.h"
 #include "veltrane/platform/PropertyList.h"
 #include "veltrane/platform/UserDefaults.h"
@@ -71,20 +72,6 @@ TEST_F(MainQueueTest, RunForSleepsUntilTasksFallDue) {
     EXPECT_EQ(ranOn, std::this_thread::get_id()) << "tasks run on the thread that drives the queue";
     EXPECT_GE(Clock::now() - start, 50ms);
     EXPECT_LT(Clock::now() - start, 4s);
-}
-
-TEST_F(MainQueueTest, AnExecutorReceivesEveryTask) {
-    std::vector<Clock::time_point> deadlines;
-    queue.setExecutor([&](Task task, Clock::time_point deadline) {
-        deadlines.push_back(deadline);
-        task();
-    });
-    int ran = 0;
-    Clock::time_point before = Clock::now();
-    queue.after(1s, [&] { ++ran; });
-    EXPECT_EQ(ran, 1);
-    EXPECT_GE(deadlines.at(0), before + 1s);
-    EXPECT_EQ(queue.pending(), 0u);
 }
 
 TEST(GlobalQueue, RunsOffTheCallingThread) {
@@ -141,22 +128,6 @@ protected:
     }
     std::filesystem::path dir;
 };
-
-TEST_F(Settings, ValuesSurviveARestartOfTheStore) {
-    {
-        UserDefaults store(dir / "nested" / "d.sqlite");
-        EXPECT_FALSE(store.objectForKey("LastMessageID"));
-        EXPECT_TRUE(store.setObject("LastMessageID", NSBoxLong(1L << 40)));
-        EXPECT_TRUE(store.setObject("list", parseJSON(R"([1,"张",{"a":null}])")));
-        EXPECT_TRUE(store.setObject("gone", true));
-        EXPECT_TRUE(store.removeObjectForKey("gone"));
-        EXPECT_TRUE(store.synchronize());
-    }
-    UserDefaults reopened(dir / "nested" / "d.sqlite");
-    EXPECT_EQ(reopened.objectForKey("LastMessageID"), NSBoxLong(1L << 40));
-    EXPECT_EQ(writeJSON(*reopened.objectForKey("list")), R"([1,"张",{"a":null}])");
-    EXPECT_FALSE(reopened.objectForKey("gone"));
-}
 
 TEST_F(Settings, SynchronisedValuesSurviveAKilledProcess) {
     std::filesystem::path file = dir / "killed.sqlite";
@@ -300,19 +271,6 @@ TEST_F(Settings, UnreadableIsNotAbsentAndIsLoggedOnce) {
     }
     ASSERT_EQ(logLines.size(), 1u);
     EXPECT_NE(logLines[0].find("value for bad is unreadable"), std::string::npos) << logLines[0];
-}
-
-// Values the JSON writer writes come back from the store, and a value it
-// cannot write is refused at the write.
-TEST_F(Settings, AWriteReportedDoneReadsBack) {
-    UserDefaults store(dir / "d.sqlite");
-    Value deep = Array();
-    for (size_t i = 1; i < kJSONMaxDepth; ++i) deep = Array{deep};
-    for (const Value& v : {NSBoxDouble(1e20), NSBoxDouble(18446744073709551616.0), deep, NSBoxUnsignedLong(ULONG_MAX)}) {
-        ASSERT_TRUE(store.setObject("v", v));
-        EXPECT_EQ(store.objectForKey("v"), v);
-    }
-    EXPECT_FALSE(store.setObject("v", Array{deep}));
 }
 
 // ---- Property lists ---------------------------------------------------------------------
@@ -480,6 +438,8 @@ const HostilePlistCase kHostilePlists[] = {
     {"an XML integer beyond 64 bits", "<plist><integer>18446744073709551616</integer></plist>", "integer 18446744073709551616 beyond 64 bits"},
     {"an XML real beyond a double", "<plist><real>1e400</real></plist>", "real 1e400 beyond a double"},
     {"an XML date that is not one", "<plist><date>2026-02-29T00:00:00Z</date></plist>", "date \"2026-02-29T00:00:00Z\" is not"},
+    {"an XML date past the month's end", "<plist><date>2026-05-32T00:00:00Z</date></plist>", "date \"2026-05-32T00:00:00Z\" is not"},
+    {"a UID of nine bytes", binaryPlist({"\x88" + std::string(9, '\1')}), "object 0: UID beyond 64 bits"},
     {"an XML entity declaration", R"(<!DOCTYPE p [<!ENTITY a "aaaa">]><plist><string>&a;</string></plist>)", "entity declarations are not allowed"},
     {"XML that is not a property list", "<html><body/></html>", "unknown element <html>"},
     {"a dictionary value without a key", "<plist><dict><string>x</string></dict></plist>", "a dictionary value without a key"},
@@ -507,6 +467,32 @@ TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
     }
     std::string why;
     EXPECT_TRUE(propertyListWithData(binaryPlist({"\xD1\x01\x02", "\x51k", "\x62" + utf16(u"中b")}), &why)) << why;
+    std::optional<Value> uid = propertyListWithData(binaryPlist({"\x87" + std::string(8, '\xFF')}), &why);
+    ASSERT_TRUE(uid) << why;
+    EXPECT_EQ(uid->unsignedLongValue(), ~0UL) << "a UID of eight bytes, the widest";
+}
+
+// A file is read up to kMaxPropertyListBytes, and not a byte beyond.
+TEST(PropertyLists, FilesAreReadUpToTheirLimit) {
+    std::string path = (std::filesystem::temp_directory_path() / ("veltrane-limit-" + std::to_string(::getpid()) + ".plist")).string();
+    const std::string head = "<plist><dict><key>a</key><string>b</string></dict></plist>";
+    for (size_t size : {kMaxPropertyListBytes, kMaxPropertyListBytes + 1}) {
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << head << std::string(size - head.size(), ' ');
+        EXPECT_EQ(dictionaryWithContentsOfURL(path).has_value(), size == kMaxPropertyListBytes) << size;
+    }
+    std::filesystem::remove(path);
+}
+
+// The transports ask whether any hook is set before they build what hooks see.
+TEST(Hooks, SetOnlyWhileTheApplicationHoldsThem) {
+    EXPECT_FALSE(hasRequestAdapters());
+    EXPECT_FALSE(hasRequestObserver());
+    uint64_t adapter = addRequestAdapter([](OutgoingRequest&) {});
+    RequestObserver previous = setRequestObserver([](const RequestEvent&) {});
+    EXPECT_TRUE(hasRequestAdapters() && hasRequestObserver());
+    removeRequestAdapter(adapter);
+    setRequestObserver(previous);
+    EXPECT_FALSE(hasRequestAdapters() || hasRequestObserver());
 }
 
 TEST(Bundle, TheApplicationSetsItsVersion) {

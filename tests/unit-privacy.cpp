@@ -46,6 +46,22 @@ TEST(Privacy, KeysInDumpedDictionaries) {
         << "a card's name is its holder's; a plan's is not";
 }
 
+// Whatever a person's field holds, under any of the keys the records use for one.
+TEST(Privacy, EveryPersonalKeyIsMasked) {
+    const char* keys[] = {"CTCardNumber", "AgentCTCardNumber", "Number", "idNumber", "IdentityNumber", "CustomerIdentity", "idCardNumber",
+                          "Phone", "phone", "Tel", "contactTel", "AccountNumber", "accNbr", "subProdAccNbr", "AcctNbr", "number",
+                          "CTUserName", "AgentCTUserName", "Consignee", "contactName", "CustomerName", "customerName", "UserName",
+                          "Birthday", "Address", "address", "CTAddress", "AgentCTAddress", "CustomerAddress", "addressDesc",
+                          "AddressDesc", "contactAddress", "Picture", "photo", "idcard", "CTPictureHeads", "CTPictureTails",
+                          "AgentCTPictureHeads", "AgentCTPictureTails", "CustomerPhotoFront", "CustomerPhotoBack", "CardFrontUrl",
+                          "CardBackUrl"};
+    for (const char* key : keys) {
+        std::string masked = describe(maskPersonalValue(Dictionary{{key, "44010619900101123X"}}));
+        EXPECT_EQ(masked.find("19900101"), std::string::npos) << masked;
+    }
+    EXPECT_EQ(describe(maskPersonalValue(Dictionary{{"Remark", "a"}})), R"({"Remark": "a"})");
+}
+
 class PrivacyLog : public test::GatewayTest {};
 
 TEST_F(PrivacyLog, MaskedUnlessTheApplicationOptsIn) {

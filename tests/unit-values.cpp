@@ -154,6 +154,17 @@ TEST(Values, InsertionOrderSurvivesReplaceAndGrowth) {
     EXPECT_FALSE(d.contains("k10"));
     EXPECT_EQ(d.optInt("k0"), 99);
     EXPECT_EQ(writeJSON(Dictionary{{"c", 1}, {"a", 2}, {"b", 3}, {"a", 4}}), R"({"c":1,"a":4,"b":3})");
+
+    // Room already there is not made again: elements stay where they are.
+    Array a;
+    a.reserve(5);
+    a.push_back(1);
+    const Value* first = a.begin();
+    a.reserve(5);
+    for (int i = 2; i <= 5; ++i) a.push_back(i);
+    EXPECT_EQ(a.begin(), first);
+    a.push_back(6);
+    EXPECT_EQ(writeJSON(a), "[1,2,3,4,5,6]");
 }
 
 struct EqualityCase {
