@@ -1,14 +1,10 @@
 // TLS and HTTP/2 through a real nginx in front of the sandbox: certificates
 // verified by default, pinned public keys on every path, HTTP/2 offered and
 // its connection shared by concurrent calls, HTTP/1.1 where the server
-// offers nothing else; and a part of the sale walked through it.
-#include <set>
-
-#include "veltrane/catalogue/NumberInfo.h"
+// offers nothing else.
 #include "veltrane/documents/Receipt.h"
 #include "veltrane/foundation/Tag.h"
 #include "veltrane/messaging/Updater.h"
-#include "veltrane/orders/Order.h"
 #include "veltrane/platform/Dispatch.h"
 #include "veltrane/platform/HTTPHooks.h"
 #include "veltrane/platform/HTTPSession.h"
@@ -108,27 +104,14 @@ TEST_F(ThroughNginx, PinnedKeysOnEveryPathAndVerificationByDefault) {
     EXPECT_NE(tags.message->find("certificate"), std::string::npos) << *tags.message;
 }
 
-// A part of the sale over HTTP/2; sixteen calls at once share one
-// connection; a site without HTTP/2 is spoken to in HTTP/1.1.
-TEST_F(ThroughNginx, TheSaleOverHTTP2) {
+// A call over HTTP/2; sixteen calls at once share one connection; a site
+// without HTTP/2 is spoken to in HTTP/1.1.
+TEST_F(ThroughNginx, HTTP2SharedByConcurrentCallsAndHTTP11WhereOffered) {
     use(0, std::nullopt);
-    auto page = await<DataPage<NumberInfo>>([](auto done) { NumberInfo::listWithCompany(1, 0, 0, 0, std::nullopt, 1, done); });
-    ASSERT_TRUE(page.success) << page.message.value_or("");
-    std::string phone(page.result->data()->front().phoneNumber()->asString());
-    auto locked = awaitFlag([&](auto done) { NumberInfo::lockPhoneNumber(phone, 1, done); });
-    EXPECT_TRUE(locked.success) << locked.message.value_or("");
-    Order order;
-    NumberInfo number(page.result->data()->front());
-    number.setPrefund(50);
-    order.setNumbers(std::vector<NumberInfo>{number});
-    order.setType(1);
-    auto submitted = awaitFlag([&](auto done) { Order::postOrderInfo(order, 1, 7, done); });
-    EXPECT_TRUE(submitted.success) << submitted.message.value_or("");
-    auto orders = await<DataPage<Order>>([](auto done) { Order::listWithStatus(0, 1, 7, std::nullopt, 1, done); });
-    EXPECT_TRUE(orders.success) << orders.message.value_or("");
+    ASSERT_TRUE(await<std::vector<Tag>>([](auto done) { Tag::listWithCompany(1, 1, done); }).success);
     {
         std::lock_guard lock(logMutex);
-        ASSERT_EQ(events.size(), 4u);
+        ASSERT_EQ(events.size(), 1u);
         for (const RequestEvent& e : events) EXPECT_EQ(e.httpVersion, "2") << e.name;
         events.clear();
     }

@@ -119,19 +119,6 @@ TEST(Devices, RawSendsTheDealPriceAsWholeNumbers) {
 
 // ---- Plans and packages ----------------------------------------------------------------
 
-TEST(Plans, BuiltByTheClientFromNothing) {
-    PlanInfo plan;
-    EXPECT_EQ(plan.ID(), 0);
-    EXPECT_FALSE(plan.name());
-    EXPECT_EQ(plan.type(), 0);
-    plan.setID(7);
-    plan.setName("5G畅享");
-    EXPECT_EQ(writeJSON(plan.raw()), R"({"ID":7,"Name":"5G畅享"})");
-    plan.setType((1L << 32) + 1);
-    EXPECT_EQ(plan.type(), 1) << "narrowed to 32 bits";
-    EXPECT_EQ(PlanItem(dict(R"({"PlanType":-1})")).type(), -1) << "sign-extended";
-}
-
 TEST(Plans, CopyingRecordsKeepTheirOwnDictionary) {
     Dictionary given = dict(R"({"ID":1,"Name":"A"})");
     PlanItem item(given);

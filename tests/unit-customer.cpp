@@ -119,17 +119,6 @@ TEST_F(Customer, APersonIsEmptyWithoutNameAddressNumberOrPhotoAddresses) {
     EXPECT_EQ(fresh.name(), Value("")) << "empty text, not unset";
 }
 
-TEST_F(Customer, IDCardInfoLogsOnlyItsOwnInit) {
-    IDCardInfo fresh;
-    IDCardInfo copy = fresh;
-    IDCardInfo fromDictionary(dict(R"({"Name":"x"})"));
-    EXPECT_EQ(logLines, std::vector<std::string>{"new init"});
-    EXPECT_EQ(writeJSON(fresh.dictionaryWithIDCardInfo()),
-              R"({"name":null,"gender":null,"nationality":null,"address":null,"idNumber":null,"issuingAuthority":null})");
-    EXPECT_EQ(writeJSON(fullCard().dictionaryWithIDCardInfo()),
-              R"({"name":"王芳","gender":"女","nationality":"汉","address":"北京路2号 A座#3","idNumber":"440104199001012345","issuingAuthority":"越秀分局"})");
-}
-
 TEST_F(Customer, ThePhotoIsStrictBase64) {
     struct {
         const char* dictionary;
@@ -170,38 +159,6 @@ TEST_F(Customer, LoadersTakeTheCustomerKeys) {
     EXPECT_EQ(address.siteName(), "体育西");
 }
 
-TEST_F(Customer, CertificateTypesKeepACopy) {
-    Dictionary given = dict(R"({"ID":-1,"Name":"居民身份证","Sort":2})");
-    CertificateType type(given);
-    given.set("Name", "changed");
-    type.setSort(9);
-    EXPECT_EQ(type.Name(), "居民身份证");
-    EXPECT_EQ(given.optInt("Sort"), 2);
-    EXPECT_EQ(type.ID(), -1L) << "sign-extended";
-    type.setID(1L << 40);
-    EXPECT_EQ(type.raw().find("ID")->asNumber().longValue(), 1L << 40) << "stored whole";
-    EXPECT_EQ(type.ID(), 0L) << "read through 32 bits";
-    type.setName(std::nullopt);
-    EXPECT_FALSE(type.raw().contains("Name"));
-    CertificateType fresh;
-    fresh.setName("x");
-    EXPECT_EQ(writeJSON(fresh.raw()), R"({"Name":"x"})");
-}
-
-TEST_F(Customer, AnAreaWithoutAnIntegerIDIsDroppedFromItsList) {
-    reply("getTelecomArea", true, "M", R"([{"ID":20,"Title":"广州市"},{"ID":null,"Title":"x"},{"ID":"755","Title":5},{"Title":"no ID"}])");
-    test::Calls<std::vector<Area>> calls;
-    Area::list(0, calls.callback());
-    ASSERT_TRUE(calls.only().result);
-    const std::vector<Area>& areas = *calls.only().result;
-    ASSERT_EQ(areas.size(), 3u);
-    EXPECT_EQ(areas[1].ID(), 755);
-    EXPECT_EQ(areas[1].title(), Value(5)) << "the title as it stands";
-    EXPECT_EQ(areas[2].ID(), 0);
-    EXPECT_EQ(logLines, std::vector<std::string>{"array convert error:ID: null has no integer value"});
-    EXPECT_TRUE(areas[0].raw().isSame(areas[0].raw())) << "the element itself is kept";
-}
-
 TEST_F(Customer, AddressesReadBothSpellings) {
     struct {
         const char* dictionary;
@@ -233,38 +190,6 @@ TEST_F(Customer, AddressesReadBothSpellings) {
     EXPECT_EQ(written.title(), "new");
     EXPECT_EQ(writeJSON(written.raw()), R"({"AddressDesc":"old","addressDesc":"new"})");
     EXPECT_THROW(Address(dict(R"({"site":"体育西"})")).siteID(), ValueError);
-}
-
-TEST_F(Customer, AcceptanceIsCoded) {
-    struct {
-        const char* data;
-        bool success;
-        std::optional<std::string> userName;
-        double createTime;
-    } cases[] = {
-        {R"({"code":0,"data":{"UserName":"x"}})", true, std::nullopt, -1},
-        {R"({"code":1,"data":{"UserName":"陈建国","CreateTime":1763603600.9}})", true, "陈建国", 1763603600},
-        {R"({"code":"2","data":{}})", true, std::nullopt, 0},
-        {R"({"code":1,"data":"x"})", false, std::nullopt, -1},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.data);
-        reply("getAcceptUserInfo", true, "M", c.data);
-        test::Calls<AcceptingInfo> calls;
-        AcceptingInfo::getWithSN("SN", calls.callback());
-        EXPECT_EQ(calls.only().success, c.success);
-        EXPECT_EQ(calls.only().result.has_value(), c.createTime >= 0);
-        if (calls.only().result) {
-            EXPECT_EQ(calls.only().result->userName(), c.userName);
-            EXPECT_EQ(calls.only().result->createTime().timeIntervalSince1970(), c.createTime) << "whole seconds";
-        }
-    }
-}
-
-TEST_F(Customer, ServiceTimesKeepTheirSlotsAsTheyStand) {
-    ServiceTime day(dict(R"({"date":"2026-11-23","time":["09:00-12:00",{"odd":1}]})"));
-    EXPECT_EQ(day.date(), "2026-11-23");
-    EXPECT_EQ(writeJSON(*day.time()), R"(["09:00-12:00",{"odd":1}])");
 }
 
 TEST(Dates, AsText) {

@@ -1,6 +1,5 @@
 // The platform services: main queue and background pool, notification
 // centre, settings store, property lists and the application's information.
-#include <plist/plist.h>
 #include <sqlite3.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -72,14 +71,6 @@ TEST_F(MainQueueTest, RunForSleepsUntilTasksFallDue) {
     EXPECT_EQ(ranOn, std::this_thread::get_id()) << "tasks run on the thread that drives the queue";
     EXPECT_GE(Clock::now() - start, 50ms);
     EXPECT_LT(Clock::now() - start, 4s);
-}
-
-TEST(GlobalQueue, RunsOffTheCallingThread) {
-    std::promise<std::thread::id> ranOn;
-    Dispatch::globalQueue([&] { ranOn.set_value(std::this_thread::get_id()); });
-    auto future = ranOn.get_future();
-    ASSERT_EQ(future.wait_for(5s), std::future_status::ready);
-    EXPECT_NE(future.get(), std::this_thread::get_id());
 }
 
 // ---- Notifications --------------------------------------------------------------------
@@ -223,34 +214,6 @@ TEST_F(Settings, AnUnusableFileIsMovedAsideAndAFreshStoreStarts) {
     }
 }
 
-// A few damaged pages lose the keys on them, not the store.
-TEST_F(Settings, ADamagedFileLosesOnlyTheKeysOnItsDamagedPages) {
-    std::filesystem::path file = dir / "d.sqlite";
-    {
-        UserDefaults store(file);
-        for (int i = 0; i < 4100; ++i) store.setObject("key" + std::to_string(i), "value " + std::to_string(i));
-        store.synchronize();
-    }
-    std::filesystem::remove(file.string() + "-wal");
-    std::filesystem::remove(file.string() + "-shm");
-    {
-        std::fstream out(file, std::ios::in | std::ios::out | std::ios::binary);
-        for (std::streamoff page : {40, 41, 90}) {
-            out.seekp(page * 4096);
-            out << std::string(4096, '\xA5');
-        }
-    }
-    logLines.clear();
-    UserDefaults store(file);
-    int found = 0;
-    for (int i = 0; i < 4100; ++i) found += store.objectForKey("key" + std::to_string(i)) == Value("value " + std::to_string(i));
-    EXPECT_GE(found, 3900);
-    ASSERT_EQ(logLines.size(), 1u);
-    EXPECT_NE(logLines[0].find("with the " + std::to_string(found) + " of its 4100 keys that could be read (" + std::to_string(4100 - found) + " lost)"),
-              std::string::npos)
-        << logLines[0];
-}
-
 TEST_F(Settings, UnreadableIsNotAbsentAndIsLoggedOnce) {
     UserDefaults store(dir / "d.sqlite");
     store.setObject("good", 1);
@@ -274,47 +237,6 @@ TEST_F(Settings, UnreadableIsNotAbsentAndIsLoggedOnce) {
 }
 
 // ---- Property lists ---------------------------------------------------------------------
-
-// A manifest with one value of every kind, as XML; binary when asked.
-std::string writeManifest(const std::filesystem::path& file, bool binary) {
-    std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>items</key><array><dict>)"
-                      R"(<key>metadata</key><dict><key>bundle-version</key><string>1.2</string><key>note</key><string>修复</string>)"
-                      R"(<key>size</key><integer>42</integer><key>beta</key><true/><key>ratio</key><real>0.5</real>)"
-                      R"(<key>icon</key><data>AQI=</data><key>built</key><date>2001-01-01T00:00:00Z</date></dict></dict></array></dict></plist>)";
-    if (binary) {
-        plist_t root = nullptr;
-        plist_from_xml(xml.data(), static_cast<uint32_t>(xml.size()), &root);
-        char* bytes = nullptr;
-        uint32_t length = 0;
-        plist_to_bin(root, &bytes, &length);
-        xml.assign(bytes, length);
-        free(bytes);
-        plist_free(root);
-    }
-    std::ofstream(file, std::ios::binary) << xml;
-    return file.string();
-}
-
-TEST_F(Settings, PropertyListsInBothFormats) {
-    std::filesystem::create_directories(dir);
-    for (bool binary : {false, true}) {
-        SCOPED_TRACE(binary ? "binary" : "XML");
-        std::string path = writeManifest(dir / (binary ? "m.bplist" : "m.plist"), binary);
-        for (const std::string& url : {path, "file://" + path}) {
-            std::optional<Dictionary> manifest = dictionaryWithContentsOfURL(url);
-            ASSERT_TRUE(manifest);
-            Dictionary metadata = manifest->optArray("items")->operator[](0).asDictionary().optDictionary("metadata");
-            EXPECT_EQ(writeJSON(metadata),
-                      R"({"bundle-version":"1.2","note":"修复","size":42,"beta":true,"ratio":0.5,"icon":"AQI=","built":978307200})");
-        }
-    }
-    std::ofstream(dir / "array.plist") << R"(<?xml version="1.0"?><plist version="1.0"><array/></plist>)";
-    std::ofstream(dir / "garbage.plist") << "not a property list";
-    EXPECT_FALSE(dictionaryWithContentsOfURL((dir / "array.plist").string())) << "top level must be a dictionary";
-    EXPECT_FALSE(dictionaryWithContentsOfURL((dir / "garbage.plist").string()));
-    EXPECT_FALSE(dictionaryWithContentsOfURL((dir / "missing.plist").string()));
-    EXPECT_FALSE(propertyListWithData(""));
-}
 
 std::string contentsOf(const std::filesystem::path& file) {
     std::ifstream in(file, std::ios::binary);
@@ -361,7 +283,11 @@ TEST_F(Settings, WhatPlistlibWroteReadsBackExactly) {
         Value expected = parseJSON(contentsOf(dir / (format + ".json")));
         expectSame(*value, expected.asDictionary().valueOrNull("value"));
         expectSame(kinds, expected.asDictionary().valueOrNull("kinds"));
+        std::string path = (dir / (format + ".plist")).string();
+        for (const std::string& url : {path, "file://" + path}) EXPECT_EQ(Value(dictionaryWithContentsOfURL(url).value()), *value) << url;
     }
+    std::ofstream(dir / "array.plist") << R"(<?xml version="1.0"?><plist version="1.0"><array/></plist>)";
+    for (const char* refused : {"array.plist", "missing.plist"}) EXPECT_FALSE(dictionaryWithContentsOfURL((dir / refused).string())) << refused;
 }
 
 // XML texts plistlib does not write but other writers do.
@@ -493,11 +419,6 @@ TEST(Hooks, SetOnlyWhileTheApplicationHoldsThem) {
     removeRequestAdapter(adapter);
     setRequestObserver(previous);
     EXPECT_FALSE(hasRequestAdapters() || hasRequestObserver());
-}
-
-TEST(Bundle, TheApplicationSetsItsVersion) {
-    Bundle::mainBundle().setShortVersionString("2.4");
-    EXPECT_EQ(Bundle::mainBundle().infoDictionary().optString("CFBundleShortVersionString"), "2.4");
 }
 
 } // namespace
