@@ -370,6 +370,7 @@ const HostilePlistCase kHostilePlists[] = {
     {"XML that is not a property list", "<html><body/></html>", "unknown element <html>"},
     {"a dictionary value without a key", "<plist><dict><string>x</string></dict></plist>", "a dictionary value without a key"},
     {"two values in a plist", "<plist><true/><false/></plist>", "a property list holds one value"},
+    {"an element inside a text value", "<plist><string><true/></string></plist>", "an element inside a single value"},
 };
 
 TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {

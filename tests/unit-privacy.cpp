@@ -34,12 +34,12 @@ TEST(Privacy, PatternsInFreeText) {
 }
 
 TEST(Privacy, KeysInDumpedDictionaries) {
-    Value order = parseJSON(R"({"CTUserName":"欧阳娜娜","CTCardNumber":"510104198805231234","Tel":"18688889999","Phone":13800138000,
+    Value order = parseJSON(R"({"CTUserName":"欧阳娜娜","CTCardNumber":"510104198805231234","Tel":"186-8888-9999","Phone":13800138000,
         "Address":"成都市锦江区红星路三段1号","Consignee":"","CTPictureHeads":"/uploads/idcard/9-front.jpg","Remarks":"加急 请致电 18688889999",
         "GoodsInfo":"[{\"GoodsID\":101,\"IMEI\":\"861234567890126\"}]","Amount":6999,
         "card":{"Name":"司马青衫","Number":"110101200001011234","Gender":"男"},"plan":{"Name":"5G畅享129元套餐"}})");
     EXPECT_EQ(describe(maskPersonalValue(order)),
-              R"({"CTUserName": "***", "CTCardNumber": "51**************34", "Tel": "186****9999", "Phone": "138****8000", )"
+              R"({"CTUserName": "***", "CTCardNumber": "51**************34", "Tel": "186-****-9999", "Phone": "138****8000", )"
               R"("Address": "***", "Consignee": "", "CTPictureHeads": "<27 chars #c3b734b1>", "Remarks": "加急 请致电 186****9999", )"
               R"("GoodsInfo": "[{\"GoodsID\":101,\"IMEI\":\"861234567890126\"}]", "Amount": 6999, )"
               R"("card": {"Name": "***", "Number": "11**************34", "Gender": "男"}, "plan": {"Name": "5G畅享129元套餐"}})")

@@ -141,6 +141,14 @@ TEST(Values, SharedHandlesAndOneLevelCopies) {
     EXPECT_THROW(frozen.set("n", 3), ValueError);
     EXPECT_THROW(frozen.remove("n"), ValueError);
     EXPECT_FALSE(frozen.mutableCopy().isReadOnly());
+
+    // A detached copy goes 1024 levels down, and refuses one more.
+    for (int levels : {1024, 1025}) {
+        Value nested(0);
+        for (int i = 0; i < levels; ++i) nested = Value(Array{nested});
+        if (levels == 1024) EXPECT_NO_THROW(nested.detached());
+        else EXPECT_THROW(nested.detached(), ValueError);
+    }
 }
 
 TEST(Values, InsertionOrderSurvivesReplaceAndGrowth) {
