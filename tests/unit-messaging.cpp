@@ -33,12 +33,6 @@ const test::RequestCase kRequests[] = {
      "companyid=1:i32 lastMessageID=0:i64"},
     {"tiles of a company", [] { GuideItem::loadWithCompany(3, ignore<std::vector<GuideItem>>()); }, HTTPMethod::GET, "getAppsID", "CompanyID=3:i32"},
     {"tiles of the user's company", [] { SubApp::list(ignore<std::vector<SubApp>>()); }, HTTPMethod::GET, "getAppsID", "CompanyID=1:i64"},
-    {"tiles with nobody signed in",
-     [] {
-         Account::signOut();
-         SubApp::list(ignore<std::vector<SubApp>>());
-     },
-     HTTPMethod::GET, "getAppsID", "CompanyID=0:i64"},
     {"banners", [] { Advertisment::listWithCallback(ignore<std::vector<Advertisment>>()); }, HTTPMethod::GET, "getHeadAd", "none"},
 };
 
