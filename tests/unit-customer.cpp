@@ -45,6 +45,8 @@ const RequestCase kRequests[] = {
     {"one card", [] { IDCardInfo::getCardInfoWithIndex(5, ignore<IDCardInfo>()); }, HTTPMethod::GET, "getIdcardInfo", "idcardid=5:i32"},
     {"card upload: values percent-encoded", [] { IDCardInfo::uploadCardInfo(cardNamed("张 三"), kIgnoreFlag); },
      HTTPMethod::POST, "postIdcard", R"(username="gz_tianhe_07" idcard="Name=%E5%BC%A0%20%E4%B8%89")"},
+    {"card upload: & and = left as they are", [] { IDCardInfo::uploadCardInfo(cardNamed("a&b=c"), kIgnoreFlag); },
+     HTTPMethod::POST, "postIdcard", R"(username="gz_tianhe_07" idcard="Name=a&b=c")"},
     {"card upload: every field, in order, photo in standard base64", [] { IDCardInfo::uploadCardInfo(fullCard(), kIgnoreFlag); },
      HTTPMethod::POST, "postIdcard",
      R"(username="gz_tianhe_07" idcard="Name=%E7%8E%8B%E8%8A%B3&Gender=%E5%A5%B3&Nation=%E6%B1%89&Birthday=1990-01-01&)"
@@ -55,6 +57,8 @@ const RequestCase kRequests[] = {
     {"areas", [] { Area::list(20, ignore<std::vector<Area>>()); }, HTTPMethod::GET, "getTelecomArea", "pid=20:i32"},
     {"addresses, keywords percent-encoded", [] { Address::listWithAreaID(20, 2001, "体育 西路/1", ignore<std::vector<Address>>()); },
      HTTPMethod::GET, "getQueryAddress", R"(areaCode=20:i32 subAreaID=2001:i32 addressKey="%E4%BD%93%E8%82%B2%20%E8%A5%BF%E8%B7%AF/1")"},
+    {"addresses, empty keywords sent", [] { Address::listWithAreaID(20, 0, "", ignore<std::vector<Address>>()); },
+     HTTPMethod::GET, "getQueryAddress", R"(areaCode=20:i32 subAreaID=0:i32 addressKey="")"},
     {"addresses, no keywords", [] { Address::listWithAreaID(20, 0, std::nullopt, ignore<std::vector<Address>>()); },
      HTTPMethod::GET, "getQueryAddress", "areaCode=20:i32 subAreaID=0:i32"},
     {"installation slots", [] { ServiceTime::listWithAreaCode("2001", ignore<std::vector<ServiceTime>>()); },
