@@ -365,6 +365,7 @@ const HostilePlistCase kHostilePlists[] = {
     {"an XML real beyond a double", "<plist><real>1e400</real></plist>", "real 1e400 beyond a double"},
     {"an XML date that is not one", "<plist><date>2026-02-29T00:00:00Z</date></plist>", "date \"2026-02-29T00:00:00Z\" is not"},
     {"an XML date past the month's end", "<plist><date>2026-05-32T00:00:00Z</date></plist>", "date \"2026-05-32T00:00:00Z\" is not"},
+    {"a real of two bytes", binaryPlist({std::string("\x21\x3F\x00", 3)}), "object 0: real of an unknown size"},
     {"a UID of nine bytes", binaryPlist({"\x88" + std::string(9, '\1')}), "object 0: UID beyond 64 bits"},
     {"an XML entity declaration", R"(<!DOCTYPE p [<!ENTITY a "aaaa">]><plist><string>&a;</string></plist>)", "entity declarations are not allowed"},
     {"XML that is not a property list", "<html><body/></html>", "unknown element <html>"},
@@ -397,6 +398,9 @@ TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
     std::optional<Value> uid = propertyListWithData(binaryPlist({"\x87" + std::string(8, '\xFF')}), &why);
     ASSERT_TRUE(uid) << why;
     EXPECT_EQ(uid->unsignedLongValue(), ~0UL) << "a UID of eight bytes, the widest";
+    std::optional<Value> half = propertyListWithData(binaryPlist({std::string("\x22\x3F\x00\x00\x00", 5)}), &why);
+    ASSERT_TRUE(half) << why;
+    EXPECT_EQ(half->doubleValue(), 0.5) << "a real of four bytes";
 }
 
 // A file is read up to kMaxPropertyListBytes, and not a byte beyond.
