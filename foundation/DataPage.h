@@ -7,8 +7,10 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
+#include "veltrane/foundation/ListConversion.h"
 #include "veltrane/foundation/Value.h"
 
 namespace veltrane {
@@ -39,8 +41,17 @@ public:
         if (!rows || !rows->isArray()) return;
         std::vector<T> result;
         result.reserve(rows->asArray().size());
+        // The common conversion, the record's own constructor, runs in place.
+        constexpr bool isRecord = std::is_constructible_v<T, const Dictionary&>;
+        bool inPlace = false;
+        if constexpr (isRecord) {
+            auto* conversion = andDataConvertionBlock.template target<std::optional<T> (*)(const Value&)>();
+            inPlace = conversion && *conversion == &makeRecord<T>;
+        }
         for (const Value& row : rows->asArray()) {
             locatedAtElement("data", result.size(), [&] {
+                if constexpr (isRecord)
+                    if (inPlace) return void(result.emplace_back(row.asDictionary()));
                 std::optional<T> record = andDataConvertionBlock(row);
                 if (!record) throw ValueError("the row converted to nothing");
                 result.push_back(std::move(*record));

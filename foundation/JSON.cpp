@@ -94,10 +94,18 @@ public:
 
     // Reads the value at tape index i into at; returns the index after it.
     size_t value(size_t i, Value* at) {
-        uint64_t word = tape_[i];
-        switch (static_cast<char>(word >> 56)) {
+        switch (static_cast<char>(tape_[i] >> 56)) {
         case '{': return object(i, at);
         case '[': return array(i, at);
+        default: return scalar(i, at);
+        }
+    }
+
+    // The same for a value that is not a container, in the loop of its
+    // container: most values of a reply are such, and need no call.
+    [[gnu::always_inline]] size_t scalar(size_t i, Value* at) {
+        uint64_t word = tape_[i];
+        switch (static_cast<char>(word >> 56)) {
         case '"': build_.string(at, stringAt(word)); return i + 1;
         case 'l': Builder::integer(at, static_cast<int64_t>(tape_[i + 1])); return i + 2;
         case 'u': Builder::unsignedInteger(at, tape_[i + 1]); return i + 2;
@@ -111,6 +119,13 @@ public:
         case 'f': Builder::boolean(at, false); return i + 1;
         default: Builder::null(at); return i + 1;
         }
+    }
+
+    // An element or a field's value: a container by a call, anything else here.
+    [[gnu::always_inline]] size_t member(size_t i, Value* at) {
+        char type = static_cast<char>(tape_[i] >> 56);
+        if (type == '{' || type == '[') return type == '{' ? object(i, at) : array(i, at);
+        return scalar(i, at);
     }
 
     std::string_view stringAt(uint64_t word) const noexcept {
@@ -148,7 +163,7 @@ private:
         uint32_t n = count(i, false);
         detail::ArrayNode* node = build_.array(at, n);
         size_t next = i + 1;
-        for (uint32_t k = 0; k < n; ++k) next = value(next, &node->items[k]);
+        for (uint32_t k = 0; k < n; ++k) next = member(next, &node->items[k]);
         node->size = n;
         return static_cast<uint32_t>(tape_[i]);
     }
@@ -171,7 +186,7 @@ private:
                 std::memcpy(static_cast<void*>(keys), static_cast<const void*>(shape.keys), k * sizeof(Value));
             }
             if (keys) key(name, &keys[k]);
-            next = value(next + 1, &d->values[k]);
+            next = member(next + 1, &d->values[k]);
         }
         d->size = n;
         if (!keys) {

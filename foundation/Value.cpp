@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 
+#include "veltrane/foundation/Deferred.h"
 #include "veltrane/foundation/ValueNodes.h"
 
 namespace veltrane {
@@ -25,6 +26,15 @@ namespace detail {
 namespace {
 
 thread_local bool detaching = false;
+
+// Within it, copies on this thread are ordinary (sharing) ones again.
+struct SharingCopies {
+    bool previous = detaching;
+    SharingCopies() noexcept { detaching = false; }
+    ~SharingCopies() { detaching = previous; }
+    SharingCopies(const SharingCopies&) = delete;
+    SharingCopies& operator=(const SharingCopies&) = delete;
+};
 
 // Deep copies reach at most this far, so that a container that holds itself
 // is refused instead of overflowing the stack.
@@ -46,10 +56,15 @@ std::atomic<size_t> arenasAlive{0};
 
 size_t liveArenas() noexcept { return arenasAlive.load(); }
 
+// The first block follows the arena in the same allocation.
 Arena* Arena::create(size_t firstBlock) {
-    auto* arena = new Arena();
+    size_t head = (sizeof(Arena) + 7) & ~size_t{7};
+    firstBlock = (std::max<size_t>(firstBlock, 1024) + 7) & ~size_t{7};
+    auto* arena = new (::operator new(head + firstBlock)) Arena();
     arenasAlive.fetch_add(1, std::memory_order_relaxed);
-    arena->nextBlock = std::max<size_t>(firstBlock, 1024);
+    arena->cursor = reinterpret_cast<char*>(arena) + head;
+    arena->limit = arena->cursor + firstBlock;
+    arena->nextBlock = std::max<size_t>(firstBlock / 4, 1024);
     return arena;
 }
 
@@ -61,13 +76,60 @@ void Arena::grow(size_t bytes) {
     blocks = block;
     cursor = reinterpret_cast<char*>(block) + ((sizeof(Block) + 7) & ~size_t{7});
     limit = reinterpret_cast<char*>(block) + size;
-    if (!blocks->next) nextBlock = std::max<size_t>(size / 4, 1024);
 }
 
 void Arena::list(Node* node) noexcept {
     if (node->listed.exchange(true, std::memory_order_acq_rel)) return;
     std::lock_guard lock(listMutex);
     listed.push_back(node);
+}
+
+void Arena::firstWrite() {
+    std::lock_guard lock(pendingMutex);
+    if (written.load(std::memory_order_relaxed)) return;
+    SharingCopies sharing;
+    while (!pending.empty()) {
+        PendingRead* p = pending.back();
+        p->readNow();
+        unlist(p);
+    }
+    written.store(true, std::memory_order_release);
+}
+
+void Arena::unlist(PendingRead* p) noexcept {
+    PendingRead* last = pending.back();
+    pending[p->place_] = last;
+    last->place_ = p->place_;
+    pending.pop_back();
+    p->pending_ = false;
+}
+
+bool PendingRead::defer(const Dictionary& source) {
+    Arena* arena = source.node_->arena;
+    if (!arena) return false;
+    std::lock_guard lock(arena->pendingMutex);
+    if (arena->written.load(std::memory_order_relaxed)) return false;
+    if (arena->pending.empty()) arena->pending.reserve(16);  // a short page at once
+    arena->pending.push_back(this);
+    place_ = arena->pending.size() - 1;
+    pending_ = true;
+    arena_ = arena;
+    return true;
+}
+
+void PendingRead::resolve() {
+    if (!arena_) return;
+    std::lock_guard lock(arena_->pendingMutex);
+    if (!pending_) return;
+    SharingCopies sharing;
+    readNow();
+    arena_->unlist(this);
+}
+
+void PendingRead::withdraw() noexcept {
+    if (!arena_) return;
+    std::lock_guard lock(arena_->pendingMutex);
+    if (pending_) arena_->unlist(this);
 }
 
 void Arena::destroy() noexcept {
@@ -99,7 +161,8 @@ void Arena::destroy() noexcept {
         b = next;
     }
     arenasAlive.fetch_sub(1, std::memory_order_relaxed);
-    delete this;
+    this->~Arena();
+    ::operator delete(this);
 }
 
 void destroyHeapNode(Node* n) noexcept {
@@ -440,27 +503,20 @@ public:
         }
     }
     static Array array(const Array& a, size_t depth) {
-        DetachingOff off;
+        SharingCopies off;
         Array out;
         out.reserve(a.size());
         for (const Value& item : a) out.push_back(value(item, depth + 1));
         return out;
     }
     static Dictionary dictionary(const Dictionary& d, size_t depth) {
-        DetachingOff off;
+        SharingCopies off;
         Dictionary out;
         out.reserve(d.size());
         for (auto [key, item] : d) out.set(key, value(item, depth + 1));
         return out;
     }
 
-private:
-    // The copies made here are ordinary ones.
-    struct DetachingOff {
-        bool previous = detaching;
-        DetachingOff() noexcept { detaching = false; }
-        ~DetachingOff() { detaching = previous; }
-    };
 };
 
 } // namespace detail
@@ -547,16 +603,22 @@ const Value& Array::operator[](size_t i) const {
 }
 void Array::set(size_t i, Value v) {
     if (i >= node_->size) throw std::out_of_range("array index " + std::to_string(i) + " past the end");
+    detail::beforeWrite(node_);
     detail::assign(node_, node_->items[i], std::move(v));
 }
 void Array::push_back(Value v) {
+    detail::beforeWrite(node_);
     reserve(size_t{node_->size} + 1);
     Value* slot = node_->items + node_->size;
     detail::Access::makeNull(slot);
     detail::assign(node_, *slot, std::move(v));
     ++node_->size;
 }
-void Array::reserve(size_t n) { detail::reserveStorage(node_, node_->items, node_->size, node_->capacity, node_->itemsOnHeap, n); }
+void Array::reserve(size_t n) {
+    if (n <= node_->capacity) return;
+    detail::beforeWrite(node_);
+    detail::reserveStorage(node_, node_->items, node_->size, node_->capacity, node_->itemsOnHeap, n);
+}
 const Value* Array::begin() const noexcept { return node_->items; }
 const Value* Array::end() const noexcept { return node_->items + node_->size; }
 
@@ -662,6 +724,7 @@ void ownStorage(DictNode* d, size_t n) {
 void Dictionary::set(std::string_view key, Value v) {
     detail::DictNode* d = node_;
     if (d->readOnly) throw ValueError("attempt to change a read-only dictionary");
+    detail::beforeWrite(d);
     if (int64_t at = detail::position(d, key); at >= 0) {
         detail::assign(d, d->values[at], std::move(v));
         return;
@@ -690,6 +753,7 @@ void Dictionary::remove(std::string_view key) {
     if (d->readOnly) throw ValueError("attempt to change a read-only dictionary");
     int64_t at = detail::position(d, key);
     if (at < 0) return;
+    detail::beforeWrite(d);
     detail::ownStorage(d, d->size);
     detail::assign(d, d->keys[at], Value());
     detail::assign(d, d->values[at], Value());
@@ -701,7 +765,9 @@ void Dictionary::remove(std::string_view key) {
 }
 
 void Dictionary::reserve(size_t n) {
-    if (n > node_->capacity || !node_->ownStorage) detail::ownStorage(node_, n);
+    if (n <= node_->capacity && node_->ownStorage) return;
+    detail::beforeWrite(node_);
+    detail::ownStorage(node_, n);
 }
 
 Dictionary Dictionary::mutableCopy() const {
@@ -845,15 +911,6 @@ StringNode* Builder::stringNode(std::string_view s) {
     auto* node = new (memory) StringNode(arena_, static_cast<uint32_t>(s.size()));
     std::memcpy(node->data(), s.data(), s.size());
     return node;
-}
-
-void Builder::string(Value* at, std::string_view s) {
-    if (s.size() <= 15) {
-        KeyImage image = imageOf(s);
-        std::memcpy(static_cast<void*>(at), image.words, sizeof(Value));
-        return;
-    }
-    stringNode(at, stringNode(s));
 }
 
 ArrayNode* Builder::array(Value* at, uint32_t capacity) {

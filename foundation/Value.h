@@ -101,6 +101,7 @@ struct DictNode;
 class Builder;
 class Copier;
 class Access;
+class PendingRead;
 } // namespace detail
 
 /// A JSON array: a shared handle to its elements (copies of the handle see
@@ -281,6 +282,7 @@ private:
     friend class Value;
     friend class detail::Builder;
     friend class detail::Copier;
+    friend class detail::PendingRead;
     struct Adopt {};
     Dictionary(detail::DictNode* node, Adopt) noexcept : node_(node) {}
     detail::DictNode* node_;

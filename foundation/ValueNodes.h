@@ -23,6 +23,7 @@
 namespace veltrane::detail {
 
 struct Arena;
+class PendingRead;
 
 enum class NodeKind : uint8_t { String, Array, Dictionary };
 
@@ -97,8 +98,15 @@ struct Arena {
     char* limit = nullptr;
     size_t nextBlock = 0;
 
-    /// A new arena whose first block holds firstBlock bytes; further blocks
-    /// hold a quarter of that, or what one allocation needs.
+    /// Reads put off until the reply's first write (see Deferred.h), and
+    /// whether that write has come. Both guarded by pendingMutex.
+    std::mutex pendingMutex;
+    std::vector<PendingRead*> pending;
+    std::atomic<bool> written{false};
+
+    /// A new arena whose first block (in the same allocation) holds
+    /// firstBlock bytes; further blocks hold a quarter of that, or what one
+    /// allocation needs. Freed by the last release().
     static Arena* create(size_t firstBlock);
     void* allocate(size_t bytes) {
         bytes = (bytes + 7) & ~size_t{7};
@@ -113,6 +121,11 @@ struct Arena {
     }
     /// Puts node on the cleanup list, once.
     void list(Node* node) noexcept;
+    /// Runs the reads still put off on this reply, then marks it written.
+    /// Throws what a read throws; the write must then not happen.
+    void firstWrite();
+    /// Takes p off the pending list; under pendingMutex.
+    void unlist(PendingRead* p) noexcept;
 
 private:
     void grow(size_t bytes);
@@ -131,6 +144,12 @@ public:
 
 /// How many replies are alive now, in this process (for tests).
 size_t liveArenas() noexcept;
+
+/// Called before a container changes (its values or its storage): the first
+/// change of a reply runs the reads put off on it.
+inline void beforeWrite(Node* container) {
+    if (Arena* a = container->arena; a && !a->written.load(std::memory_order_acquire)) a->firstWrite();
+}
 
 /// Counting on what a node belongs to.
 inline void retainNode(Node* n) noexcept {
@@ -206,7 +225,14 @@ public:
         at->setTag(Value::kDouble);
     }
     /// A string: inline when it fits, else a node in the arena.
-    void string(Value* at, std::string_view s);
+    void string(Value* at, std::string_view s) {
+        if (fitsInline(s.size())) {
+            KeyImage image = imageOf(s);
+            std::memcpy(static_cast<void*>(at), image.words, sizeof(Value));
+        } else {
+            stringNode(at, stringNode(s));
+        }
+    }
     /// A string that the caller has already placed in the arena.
     /// Every byte of the value is written: keys of one reply compare by their bits.
     static void stringNode(Value* at, StringNode* node) noexcept {

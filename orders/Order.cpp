@@ -25,42 +25,89 @@ Area titled(std::optional<Value> title) {
     return area;
 }
 
+// Whether a numeric reading of v would succeed (an absent key reads as 0).
+bool numeric(const Value* v) noexcept { return !v || !(v->isNull() || v->isArray() || v->isDictionary()); }
+
+// Whether every element of list is a dictionary that passes check.
+template <class Check>
+bool allDictionaries(const Array& list, Check check) {
+    for (const Value& element : list)
+        if (!element.isDictionary() || !check(element.asDictionary())) return false;
+    return true;
+}
+
+// Whether ProductInfo reads item without raising.
+bool productReads(const Dictionary& item) {
+    try {
+        ProductInfo probe(item);
+        return true;
+    } catch (const ValueError&) {
+        return false;
+    }
+}
+
+// Whether reading the fields of d (all but "Amount" and "Type") would
+// neither raise nor log: then they may be read later with the same result.
+bool readsCleanly(const Dictionary& d) {
+    if (const Value* receipts = d.find("ReceiptArr")) {
+        const Array* list = receipts->arrayIf();
+        if (!list || !allDictionaries(*list, [](const Dictionary&) { return true; })) return false;
+    }
+    if (const Value* goods = d.find("GoodsInfo")) {
+        if (const Array* list = goods->arrayIf()) {
+            auto reads = [](const Dictionary& item) { return numeric(item.find("GoodsID")) && numeric(item.find("ReferencePrice")) && productReads(item); };
+            if (!allDictionaries(*list, reads)) return false;
+        } else if (const Dictionary* one = goods->dictionaryIf(); one && !productReads(*one)) {
+            return false;
+        }
+    }
+    if (const Value* phones = d.find("PhoneInfo"); phones && phones->isArray()) {
+        if (!allDictionaries(phones->asArray(), [](const Dictionary& item) { return numeric(item.find("Price")); })) return false;
+    }
+    if (const Value* plans = d.find("PlanInfo"); plans && plans->isArray() && !plans->asArray().empty()) {
+        const Value& first = plans->asArray()[0];
+        if (!first.isDictionary() || !numeric(first.asDictionary().find("PlanID"))) return false;
+    }
+    return true;
+}
+
 } // namespace
 
-Order::Order(const Dictionary& d) : raw_(d), ID_(d.optLong("ID")), SN_(d.optString("SN")) {
-    if (d.contains("InstallDate")) installDate_ = Date::dateWithTimeIntervalSince1970(d.optDouble("InstallDate"));
+Order::Fields Order::read(const Dictionary& d) {
+    Fields f;
+    f.ID = d.optLong("ID");
+    f.SN = d.optString("SN");
+    if (d.contains("InstallDate")) f.installDate = Date::dateWithTimeIntervalSince1970(d.optDouble("InstallDate"));
 
-    customer_.setName(textOf(d, "CTUserName"));
-    customer_.setAddress(textOf(d, "Address"));
-    customer_.setIdCardNumber(textOf(d, "CTCardNumber"));
-    customer_.setIdCardPhotoFrontUrl(textOf(d, "CTPictureHeads"));
-    customer_.setIdCardPhotoBackUrl(textOf(d, "CTPictureTails"));
+    f.customer.setName(textOf(d, "CTUserName"));
+    f.customer.setAddress(textOf(d, "Address"));
+    f.customer.setIdCardNumber(textOf(d, "CTCardNumber"));
+    f.customer.setIdCardPhotoFrontUrl(textOf(d, "CTPictureHeads"));
+    f.customer.setIdCardPhotoBackUrl(textOf(d, "CTPictureTails"));
 
-    contactName_ = d.optValue("Consignee");
-    contactAddress_ = d.optValue("Address");
-    contactTel_ = d.optValue("Tel");
+    f.contactName = d.optValue("Consignee");
+    f.contactAddress = d.optValue("Address");
+    f.contactTel = d.optValue("Tel");
 
-    agent_.setName(d.optValue("AgentCTUserName"));
-    agent_.setIdCardNumber(d.optValue("AgentCTCardNumber"));
-    agent_.setAddress(d.optValue("AgentCTAddress"));
-    agent_.setIdCardPhotoFrontUrl(d.optValue("AgentCTPictureHeads"));
-    agent_.setIdCardPhotoBackUrl(d.optValue("AgentCTPictureTails"));
+    f.agent.setName(d.optValue("AgentCTUserName"));
+    f.agent.setIdCardNumber(d.optValue("AgentCTCardNumber"));
+    f.agent.setAddress(d.optValue("AgentCTAddress"));
+    f.agent.setIdCardPhotoFrontUrl(d.optValue("AgentCTPictureHeads"));
+    f.agent.setIdCardPhotoBackUrl(d.optValue("AgentCTPictureTails"));
 
-    createTime_ = Date::dateWithTimeIntervalSince1970(d.optDouble("CreateTime"));
-    remarks_ = d.optValue("Remarks");
-    dealPrice_ = d.floatValue("Amount");
-    type_ = static_cast<unsigned long>(static_cast<long>(d.intValue("Type")));
-    typeName_ = d.optValue("TypeName");
+    f.createTime = Date::dateWithTimeIntervalSince1970(d.optDouble("CreateTime"));
+    f.remarks = d.optValue("Remarks");
+    f.typeName = d.optValue("TypeName");
 
     Address installation;
     installation.setTitle(d.optValue("CTAddress"));
-    address_ = std::move(installation);
-    city_ = titled(d.optValue("AreaName"));
-    area_ = titled(d.optValue("SubAreaName"));
-    receiptPath_ = d.optValue("ReceiptPath");
+    f.address = std::move(installation);
+    f.city = titled(d.optValue("AreaName"));
+    f.area = titled(d.optValue("SubAreaName"));
+    f.receiptPath = d.optValue("ReceiptPath");
 
     if (const Value* receipts = d.find("ReceiptArr"))
-        receipts_ = locatedAt("ReceiptArr", [&] { return arrayByConvertElementsUsingBlock(*receipts, makeRecord<Receipt>); });
+        f.receipts = locatedAt("ReceiptArr", [&] { return arrayByConvertElementsUsingBlock(*receipts, makeRecord<Receipt>); });
 
     if (const Value* goods = d.find("GoodsInfo")) {
         if (const Array* list = goods->arrayIf()) {
@@ -76,9 +123,9 @@ Order::Order(const Dictionary& d) : raw_(d), ID_(d.optLong("ID")), SN_(d.optStri
                     return product;
                 }));
             }
-            products_ = std::move(products);
+            f.products = std::move(products);
         } else if (const Dictionary* one = goods->dictionaryIf()) {
-            products_ = std::vector<ProductInfo>{locatedAt("GoodsInfo", [&] { return ProductInfo(*one); })};
+            f.products = std::vector<ProductInfo>{locatedAt("GoodsInfo", [&] { return ProductInfo(*one); })};
         }
     }
 
@@ -95,7 +142,7 @@ Order::Order(const Dictionary& d) : raw_(d), ID_(d.optLong("ID")), SN_(d.optStri
                     return number;
                 }));
             }
-            numbers_ = std::move(numbers);
+            f.numbers = std::move(numbers);
         }
     }
 
@@ -109,19 +156,27 @@ Order::Order(const Dictionary& d) : raw_(d), ID_(d.optLong("ID")), SN_(d.optStri
                 PlanItem item;
                 item.setID(first.intValue("PlanID"));
                 item.setName(first.optString("PlanName"));
-                plan_ = std::move(plan);
-                planItem_ = std::move(item);
+                f.plan = std::move(plan);
+                f.planItem = std::move(item);
             });
         }
     }
+    return f;
 }
 
-float Order::totalPrice() const noexcept {
+Order::Order(const Dictionary& d)
+    : raw_(d),
+      dealPrice_(d.floatValue("Amount")),
+      type_(static_cast<unsigned long>(static_cast<long>(d.intValue("Type")))),
+      fields_(d, read, readsCleanly(d)) {}
+
+float Order::totalPrice() const {
+    const Fields& f = fields_.get();
     float total = 0.0f;
-    if (products_)
-        for (const ProductInfo& p : *products_) total += p.dealPrice();
-    if (numbers_)
-        for (const NumberInfo& n : *numbers_) total += n.prefund();
+    if (f.products)
+        for (const ProductInfo& p : *f.products) total += p.dealPrice();
+    if (f.numbers)
+        for (const NumberInfo& n : *f.numbers) total += n.prefund();
     return total;
 }
 

@@ -22,6 +22,7 @@
 #include "veltrane/foundation/Callbacks.h"
 #include "veltrane/foundation/DataPage.h"
 #include "veltrane/foundation/Date.h"
+#include "veltrane/foundation/Deferred.h"
 
 namespace veltrane {
 
@@ -47,6 +48,12 @@ public:
     /// Throws ValueError, located at the key, for JSON null (or a container)
     /// where a number is read ("Amount", "Type", "GoodsInfo[0].GoodsID"...),
     /// and for a goods or phone element that is not a dictionary.
+    ///
+    /// From a reply not written since it was parsed, only what can raise or
+    /// log is read here; the fields are read on first use (or before the
+    /// reply's first write), with the same result. So a page of orders costs
+    /// little until its orders are shown; the first getter of an order may
+    /// allocate, and throws std::bad_alloc when memory runs out.
     explicit Order(const Dictionary& dictionary);
 
     /// The dictionary the order was read from; nothing for an order made by the screens.
@@ -61,55 +68,55 @@ public:
     ///@}
     /// "TypeName" as it stands ("新装", "购机").
     ///@{
-    const std::optional<Value>& typeName() const noexcept { return typeName_; }
-    void setTypeName(std::optional<Value> v) { typeName_ = std::move(v); }
+    const std::optional<Value>& typeName() const { return fields_.get().typeName; }
+    void setTypeName(std::optional<Value> v) { fields_.edit().typeName = std::move(v); }
     ///@}
     /// 0 for an order not yet created.
     ///@{
-    long ID() const noexcept { return ID_; }
-    void setID(long v) noexcept { ID_ = v; }
+    long ID() const { return fields_.get().ID; }
+    void setID(long v) { fields_.edit().ID = v; }
     ///@}
     /// The serial number the server gave the order, "SN".
     ///@{
-    const std::optional<std::string>& SN() const noexcept { return SN_; }
-    void setSN(std::optional<std::string> v) { SN_ = std::move(v); }
+    const std::optional<std::string>& SN() const { return fields_.get().SN; }
+    void setSN(std::optional<std::string> v) { fields_.edit().SN = std::move(v); }
     ///@}
     /// The devices sold ("GoodsInfo"), each with its IMEI and deal price.
     ///@{
-    const std::optional<std::vector<ProductInfo>>& products() const noexcept { return products_; }
-    void setProducts(std::optional<std::vector<ProductInfo>> v) { products_ = std::move(v); }
+    const std::optional<std::vector<ProductInfo>>& products() const { return fields_.get().products; }
+    void setProducts(std::optional<std::vector<ProductInfo>> v) { fields_.edit().products = std::move(v); }
     ///@}
     /// The phone numbers sold ("PhoneInfo"), each with its prefund.
     ///@{
-    const std::optional<std::vector<NumberInfo>>& numbers() const noexcept { return numbers_; }
-    void setNumbers(std::optional<std::vector<NumberInfo>> v) { numbers_ = std::move(v); }
+    const std::optional<std::vector<NumberInfo>>& numbers() const { return fields_.get().numbers; }
+    void setNumbers(std::optional<std::vector<NumberInfo>> v) { fields_.edit().numbers = std::move(v); }
     ///@}
     /// The plan as the server listed it ("PlanInfo", its first element).
     ///@{
-    const std::optional<PlanInfo>& plan() const noexcept { return plan_; }
-    void setPlan(std::optional<PlanInfo> v) { plan_ = std::move(v); }
+    const std::optional<PlanInfo>& plan() const { return fields_.get().plan; }
+    void setPlan(std::optional<PlanInfo> v) { fields_.edit().plan = std::move(v); }
     ///@}
     /// The chosen item of the plan: this, not plan(), is what is submitted.
     ///@{
-    const std::optional<PlanItem>& planItem() const noexcept { return planItem_; }
-    void setPlanItem(std::optional<PlanItem> v) { planItem_ = std::move(v); }
+    const std::optional<PlanItem>& planItem() const { return fields_.get().planItem; }
+    void setPlanItem(std::optional<PlanItem> v) { fields_.edit().planItem = std::move(v); }
     ///@}
     /// The buyer, filled in in place by the screens.
     ///@{
-    const Person& customer() const noexcept { return customer_; }
-    Person& customer() noexcept { return customer_; }
-    void setCustomer(Person v) { customer_ = std::move(v); }
+    const Person& customer() const { return fields_.get().customer; }
+    Person& customer() { return fields_.edit().customer; }
+    void setCustomer(Person v) { fields_.edit().customer = std::move(v); }
     ///@}
     /// A second person who acts for the customer.
     ///@{
-    const Person& agent() const noexcept { return agent_; }
-    Person& agent() noexcept { return agent_; }
-    void setAgent(Person v) { agent_ = std::move(v); }
+    const Person& agent() const { return fields_.get().agent; }
+    Person& agent() { return fields_.edit().agent; }
+    void setAgent(Person v) { fields_.edit().agent = std::move(v); }
     ///@}
     /// When the server created the order ("CreateTime"; 1970 when it sent none).
     ///@{
-    const std::optional<Date>& createTime() const noexcept { return createTime_; }
-    void setCreateTime(std::optional<Date> v) noexcept { createTime_ = v; }
+    const std::optional<Date>& createTime() const { return fields_.get().createTime; }
+    void setCreateTime(std::optional<Date> v) { fields_.edit().createTime = v; }
     ///@}
     /// What the customer is charged.
     ///@{
@@ -118,58 +125,58 @@ public:
     ///@}
     /// The city of the installation address ("CTCityID" when submitted, "AreaName" when listed).
     ///@{
-    const std::optional<Area>& city() const noexcept { return city_; }
-    void setCity(std::optional<Area> v) { city_ = std::move(v); }
+    const std::optional<Area>& city() const { return fields_.get().city; }
+    void setCity(std::optional<Area> v) { fields_.edit().city = std::move(v); }
     ///@}
     /// The district within the city.
     ///@{
-    const std::optional<Area>& area() const noexcept { return area_; }
-    void setArea(std::optional<Area> v) { area_ = std::move(v); }
+    const std::optional<Area>& area() const { return fields_.get().area; }
+    void setArea(std::optional<Area> v) { fields_.edit().area = std::move(v); }
     ///@}
     /// The installation address.
     ///@{
-    const std::optional<Address>& address() const noexcept { return address_; }
-    void setAddress(std::optional<Address> v) { address_ = std::move(v); }
+    const std::optional<Address>& address() const { return fields_.get().address; }
+    void setAddress(std::optional<Address> v) { fields_.edit().address = std::move(v); }
     ///@}
     /// The consignee, who receives the goods: "Consignee", as it stands.
     ///@{
-    const std::optional<Value>& contactName() const noexcept { return contactName_; }
-    void setContactName(std::optional<Value> v) { contactName_ = std::move(v); }
+    const std::optional<Value>& contactName() const { return fields_.get().contactName; }
+    void setContactName(std::optional<Value> v) { fields_.edit().contactName = std::move(v); }
     ///@}
     /// Where the consignee receives them: "Address", as it stands.
     ///@{
-    const std::optional<Value>& contactAddress() const noexcept { return contactAddress_; }
-    void setContactAddress(std::optional<Value> v) { contactAddress_ = std::move(v); }
+    const std::optional<Value>& contactAddress() const { return fields_.get().contactAddress; }
+    void setContactAddress(std::optional<Value> v) { fields_.edit().contactAddress = std::move(v); }
     ///@}
     /// The consignee's telephone: "Tel", as it stands.
     ///@{
-    const std::optional<Value>& contactTel() const noexcept { return contactTel_; }
-    void setContactTel(std::optional<Value> v) { contactTel_ = std::move(v); }
+    const std::optional<Value>& contactTel() const { return fields_.get().contactTel; }
+    void setContactTel(std::optional<Value> v) { fields_.edit().contactTel = std::move(v); }
     ///@}
     /// The dealer's remarks, "Remarks", as they stand.
     ///@{
-    const std::optional<Value>& remarks() const noexcept { return remarks_; }
-    void setRemarks(std::optional<Value> v) { remarks_ = std::move(v); }
+    const std::optional<Value>& remarks() const { return fields_.get().remarks; }
+    void setRemarks(std::optional<Value> v) { fields_.edit().remarks = std::move(v); }
     ///@}
     /// The receipts of the sale ("ReceiptArr").
     ///@{
-    const std::optional<std::vector<Receipt>>& receipts() const noexcept { return receipts_; }
-    void setReceipts(std::optional<std::vector<Receipt>> v) { receipts_ = std::move(v); }
+    const std::optional<std::vector<Receipt>>& receipts() const { return fields_.get().receipts; }
+    void setReceipts(std::optional<std::vector<Receipt>> v) { fields_.edit().receipts = std::move(v); }
     ///@}
     /// Where the server keeps the signed receipt, "ReceiptPath", as it stands.
     ///@{
-    const std::optional<Value>& receiptPath() const noexcept { return receiptPath_; }
-    void setReceiptPath(std::optional<Value> v) { receiptPath_ = std::move(v); }
+    const std::optional<Value>& receiptPath() const { return fields_.get().receiptPath; }
+    void setReceiptPath(std::optional<Value> v) { fields_.edit().receiptPath = std::move(v); }
     ///@}
     /// When the line is to be installed ("InstallDate").
     ///@{
-    const std::optional<Date>& installDate() const noexcept { return installDate_; }
-    void setInstallDate(std::optional<Date> v) noexcept { installDate_ = v; }
+    const std::optional<Date>& installDate() const { return fields_.get().installDate; }
+    void setInstallDate(std::optional<Date> v) { fields_.edit().installDate = v; }
     ///@}
 
     /// The goods' deal prices, then the numbers' prefunds, added up in single
     /// precision (the products' price is not used).
-    float totalPrice() const noexcept;
+    float totalPrice() const;
 
     /// POST "postCreateOrder" with the outgoing format: "OrderID" (double,
     /// only for an ID of 1 or more), "InstallDate" (double seconds, when
@@ -190,26 +197,32 @@ public:
                                int32_t ofPage, ResultCallback<DataPage<Order>> callback);
 
 private:
+    /// Everything the dictionary gives but the two readings that can raise.
+    struct Fields {
+        std::optional<Value> typeName;
+        long ID = 0;
+        std::optional<std::string> SN;
+        std::optional<std::vector<ProductInfo>> products;
+        std::optional<std::vector<NumberInfo>> numbers;
+        std::optional<PlanInfo> plan;
+        std::optional<PlanItem> planItem;
+        Person customer;
+        Person agent;
+        std::optional<Date> createTime;
+        std::optional<Area> city;
+        std::optional<Area> area;
+        std::optional<Address> address;
+        std::optional<Value> contactName, contactAddress, contactTel, remarks;
+        std::optional<std::vector<Receipt>> receipts;
+        std::optional<Value> receiptPath;
+        std::optional<Date> installDate;
+    };
+    static Fields read(const Dictionary& dictionary);
+
     std::optional<Dictionary> raw_;
+    float dealPrice_ = 0;  // read before type_, as a raising reading must be
     unsigned long type_ = 0;
-    std::optional<Value> typeName_;
-    long ID_ = 0;
-    std::optional<std::string> SN_;
-    std::optional<std::vector<ProductInfo>> products_;
-    std::optional<std::vector<NumberInfo>> numbers_;
-    std::optional<PlanInfo> plan_;
-    std::optional<PlanItem> planItem_;
-    Person customer_;
-    Person agent_;
-    std::optional<Date> createTime_;
-    float dealPrice_ = 0;
-    std::optional<Area> city_;
-    std::optional<Area> area_;
-    std::optional<Address> address_;
-    std::optional<Value> contactName_, contactAddress_, contactTel_, remarks_;
-    std::optional<std::vector<Receipt>> receipts_;
-    std::optional<Value> receiptPath_;
-    std::optional<Date> installDate_;
+    Deferred<Fields> fields_;
 };
 
 /// The display name of an order status: 0 "全部", 1 "已提交订单", 3 "退回修改",

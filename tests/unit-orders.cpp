@@ -1,7 +1,10 @@
 // The order: the incoming format key by key, the total, the outgoing format
 // with its conditions and number kinds, the listing and the status names.
+#include <atomic>
 #include <climits>
 #include <cmath>
+#include <thread>
+#include <vector>
 
 #include "veltrane/foundation/Boxing.h"
 #include "veltrane/orders/Order.h"
@@ -95,12 +98,31 @@ const IncomingCase kIncoming[] = {
 
 class Orders : public test::GatewayTest {};
 
+// Every case is read three ways, which must agree: from a parsed reply (read
+// when first used), from a dictionary of the heap (read at once), and from a
+// reply whose keys are all overwritten between construction and first use.
+enum class Source { reply, heap, replyWrittenAfter };
+
+Order made(const char* json, Source source) {
+    Dictionary d = dict(json);
+    if (source == Source::heap) return Order(d.mutableCopy());
+    Order o(d);
+    if (source == Source::replyWrittenAfter) {
+        std::vector<std::string> keys;
+        for (auto [key, value] : d) keys.emplace_back(key);
+        for (const std::string& key : keys) d.set(key, "overwritten");
+        d.set("GoodsInfo", Array{});
+    }
+    return o;
+}
+
 TEST_F(Orders, TheIncomingFormatKeyByKey) {
-    for (const IncomingCase& c : kIncoming) {
-        SCOPED_TRACE(c.json);
+    for (const IncomingCase& c : kIncoming)
+    for (Source source : {Source::reply, Source::heap, Source::replyWrittenAfter}) {
+        SCOPED_TRACE(std::string(c.json) + " read from source " + std::to_string(static_cast<int>(source)));
         std::string expected = c.expected;
         try {
-            std::string got = summary(Order(dict(c.json)));
+            std::string got = summary(made(c.json, source));
             EXPECT_EQ(expected.rfind("throws:", 0), std::string::npos) << "did not throw: " << got;
             size_t start = 0;
             // Each "field=value" part of the expectation stands in the summary.
@@ -268,6 +290,86 @@ TEST_F(Orders, OneBadOrderFailsThePage) {
     Order::listWithStatus(0, 1, 7, std::nullopt, 1, calls.callback());
     EXPECT_FALSE(calls.only().success);
     EXPECT_EQ(calls.only().message, "getOrders: data[1].Amount: null has no float value");
+}
+
+const char* kSharedOrder = R"({"CTAddress":"old","PlanInfo":[{"PlanID":7,"PlanName":"p"}],"ReceiptArr":[{"ID":1,"SN":"s"}]})";
+
+// The ways copies of an order share what they hold: a write through one, seen
+// through the other.
+struct SharedWrite {
+    const char* name;
+    void (*write)(Order&);
+    std::string (*read)(const Order&);
+};
+const SharedWrite kSharedWrites[] = {
+    {"the installation address", [](Order& o) { Address a = *o.address(); a.setTitle("new"); },
+     [](const Order& o) { return show(o.address()->title()); }},
+    {"the plan", [](Order& o) { PlanInfo p = *o.plan(); p.setID(8); }, [](const Order& o) { return std::to_string(o.plan()->ID()); }},
+    {"the plan item", [](Order& o) { PlanItem p = *o.planItem(); p.setName("q"); }, [](const Order& o) { return show(o.planItem()->name()); }},
+    {"a receipt", [](Order& o) { Dictionary r = o.receipts()->front().raw(); r.set("SN", "t"); },
+     [](const Order& o) { return show(o.receipts()->front().SN()); }},
+    {"the dictionary", [](Order& o) { Dictionary r = *o.raw(); r.set("Remarks", "r"); }, [](const Order& o) { return writeJSON(o.raw()->valueOrNull("Remarks")); }},
+};
+
+// Copies share as the copied fields share, whenever the copy is made: before
+// the order's first use, after it, or of an order read at once.
+TEST(OrderCopies, ShareWhatTheirFieldsShare) {
+    enum class When { beforeFirstUse, afterFirstUse, readAtOnce };
+    for (const SharedWrite& w : kSharedWrites)
+    for (When when : {When::beforeFirstUse, When::afterFirstUse, When::readAtOnce}) {
+        SCOPED_TRACE(std::string(w.name) + ", copied at " + std::to_string(static_cast<int>(when)));
+        Dictionary reply = dict(kSharedOrder);
+        Order original(when == When::readAtOnce ? reply.mutableCopy() : reply);
+        if (when == When::afterFirstUse) (void)original.ID();
+        Order copy = original;
+        std::string before = w.read(copy);
+        w.write(original);
+        EXPECT_NE(w.read(copy), before);
+        EXPECT_EQ(w.read(copy), w.read(original));
+        Order unrelated(dict(kSharedOrder));
+        EXPECT_EQ(w.read(unrelated), before) << "another reading of the same text shares nothing";
+    }
+}
+
+// An order read from a reply waits for its first use; a write to the reply
+// (anywhere in it) reads it first, so its fields keep the values they had.
+TEST(OrderCopies, AReplysFirstWriteReadsItsOrdersFirst) {
+    Dictionary reply = dict(R"({"data":[{"CTAddress":"a","ReceiptArr":[{"SN":"s"}]},{"CTAddress":"b"}]})");
+    Array rows = reply.valueOrNull("data").asArray();
+    Order first(rows[0].asDictionary()), second(rows[1].asDictionary());
+    Order moved = Order(rows[1].asDictionary());
+    EXPECT_EQ(show(first.address()->title()), "\"a\"");  // first use: read now
+    Dictionary element = rows[1].asDictionary();
+    element.set("CTAddress", "changed");
+    EXPECT_EQ(show(second.address()->title()), "\"b\"");
+    EXPECT_EQ(show(moved.address()->title()), "\"b\"");
+    Order later(element);
+    EXPECT_EQ(show(later.address()->title()), "\"changed\"") << "an order made after the write reads it";
+
+    Dictionary receipt = first.receipts()->front().raw();
+    receipt.set("SN", "t");
+    EXPECT_EQ(show(first.receipts()->front().SN()), "\"t\"") << "a receipt keeps the reply's own element";
+    Order empty = std::move(first);
+    EXPECT_EQ(first.address(), std::nullopt) << "a moved-from order reads as a new one";
+    EXPECT_TRUE(first.customer().isEmpty());
+}
+
+// Threads reading one order for the first time, while another writes its
+// reply: each read sees the order's values, and the write waits for none.
+TEST(OrderCopies, FirstUseOnManyThreadsWhileTheReplyIsWritten) {
+    for (int round = 0; round < 20; ++round) {
+        Dictionary reply = dict(R"({"CTAddress":"a","SN":"s","GoodsInfo":[{"GoodsID":3}]})");
+        const Order order(reply);
+        std::atomic<int> right{0};
+        std::vector<std::thread> readers;
+        for (int t = 0; t < 4; ++t)
+            readers.emplace_back([&] { right += order.SN() == std::optional<std::string>("s") && order.products()->front().ID() == 3; });
+        Dictionary writer = reply;
+        writer.set("SN", "written");
+        for (std::thread& t : readers) t.join();
+        EXPECT_EQ(right.load(), 4);
+        EXPECT_EQ(order.SN(), std::optional<std::string>("s"));
+    }
 }
 
 TEST(OrderStatus, Names) {
