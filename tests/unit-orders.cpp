@@ -121,19 +121,25 @@ TEST_F(Orders, TheIncomingFormatKeyByKey) {
     for (Source source : {Source::reply, Source::heap, Source::replyWrittenAfter}) {
         SCOPED_TRACE(std::string(c.json) + " read from source " + std::to_string(static_cast<int>(source)));
         std::string expected = c.expected;
+        logLines.clear();
+        std::optional<Order> order;
         try {
-            std::string got = summary(made(c.json, source));
-            EXPECT_EQ(expected.rfind("throws:", 0), std::string::npos) << "did not throw: " << got;
-            size_t start = 0;
-            // Each "field=value" part of the expectation stands in the summary.
-            for (size_t end; start < expected.size(); start = end + 1) {
-                end = expected.find(' ', expected.find('=', start));
-                if (end == std::string::npos) end = expected.size();
-                std::string part = expected.substr(start, end - start);
-                EXPECT_NE((" " + got + " ").find(" " + part + " "), std::string::npos) << part << " not in " << got;
-            }
+            order.emplace(made(c.json, source));
         } catch (const ValueError& e) {
             EXPECT_EQ("throws:" + std::string(e.what()), expected);
+            continue;
+        }
+        size_t logged = logLines.size();
+        std::string got = summary(*order);
+        EXPECT_EQ(expected.rfind("throws:", 0), std::string::npos) << "did not throw: " << got;
+        EXPECT_EQ(logLines.size(), logged) << "what an order logs, it logs when it is made";
+        size_t start = 0;
+        // Each "field=value" part of the expectation stands in the summary.
+        for (size_t end; start < expected.size(); start = end + 1) {
+            end = expected.find(' ', expected.find('=', start));
+            if (end == std::string::npos) end = expected.size();
+            std::string part = expected.substr(start, end - start);
+            EXPECT_NE((" " + got + " ").find(" " + part + " "), std::string::npos) << part << " not in " << got;
         }
     }
 }
