@@ -41,6 +41,7 @@ public:
         if (!rows || !rows->isArray()) return;
         std::vector<T> result;
         result.reserve(rows->asArray().size());
+        detail::BatchedCounts batch(&dictionary);
         // The common conversion, the record's own constructor, runs in place.
         constexpr bool isRecord = std::is_constructible_v<T, const Dictionary&>;
         bool inPlace = false;
@@ -58,6 +59,19 @@ public:
             });
         }
         data_ = std::move(result);
+    }
+
+    /// Copies share the records' handles; moves take them.
+    ///@{
+    DataPage(const DataPage&) = default;
+    DataPage(DataPage&&) noexcept = default;
+    DataPage& operator=(const DataPage&) = default;
+    DataPage& operator=(DataPage&&) noexcept = default;
+    ///@}
+    /// The records' counts on their reply are dropped at once.
+    ~DataPage() {
+        detail::BatchedCounts batch;
+        data_.reset();
     }
 
     /// How many rows this page holds ("count").

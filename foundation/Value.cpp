@@ -84,6 +84,30 @@ void Arena::list(Node* node) noexcept {
     listed.push_back(node);
 }
 
+thread_local CountBatch Arena::countBatch;
+
+void Arena::apply(int64_t delta) noexcept {
+    if (delta > 0) refs.fetch_add(static_cast<uint64_t>(delta), std::memory_order_relaxed);
+    else if (delta < 0 && refs.fetch_sub(static_cast<uint64_t>(-delta), std::memory_order_acq_rel) == static_cast<uint64_t>(-delta)) destroy();
+}
+
+BatchedCounts::BatchedCounts(const Dictionary* anchor) noexcept : outer_(Arena::countBatch) {
+    CountBatch& b = Arena::countBatch;
+    b = CountBatch{};
+    if (anchor) {
+        b.arena = anchor->node_->arena;
+        b.retains = b.arena != nullptr;
+    } else {
+        b.open = true;
+    }
+}
+
+BatchedCounts::~BatchedCounts() {
+    CountBatch gathered = Arena::countBatch;
+    Arena::countBatch = outer_;
+    if (gathered.arena) static_cast<Arena*>(gathered.arena)->apply(gathered.delta);
+}
+
 void Arena::firstWrite() {
     std::lock_guard lock(pendingMutex);
     if (written.load(std::memory_order_relaxed)) return;

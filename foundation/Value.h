@@ -102,6 +102,7 @@ class Builder;
 class Copier;
 class Access;
 class PendingRead;
+class BatchedCounts;
 } // namespace detail
 
 /// A JSON array: a shared handle to its elements (copies of the handle see
@@ -283,6 +284,7 @@ private:
     friend class detail::Builder;
     friend class detail::Copier;
     friend class detail::PendingRead;
+    friend class detail::BatchedCounts;
     struct Adopt {};
     Dictionary(detail::DictNode* node, Adopt) noexcept : node_(node) {}
     detail::DictNode* node_;
@@ -457,6 +459,33 @@ template <class Record>
 Record detach(const Record& record);
 
 namespace detail {
+/// The counts one thread has taken (positive) or dropped (negative) on one
+/// reply and not yet applied to it.
+struct CountBatch {
+    void* arena = nullptr;
+    int64_t delta = 0;
+    bool retains = false;  ///< counts taken are gathered too
+    bool open = false;     ///< no reply picked yet: the first one dropped on
+};
+
+/// While alive on a thread, the counts the thread takes and drops on one reply
+/// are gathered and applied at once when it ends: atomic counting is the most
+/// of what a page of records costs to make and to free. With an anchor (a
+/// handle of the reply, counted, that outlives the scope, so that the reply
+/// stays alive whatever is gathered) on its reply, both ways; without one,
+/// only counts dropped, on the first reply one is dropped on. Other replies
+/// and other threads count as ever. Scopes nest.
+class BatchedCounts {
+public:
+    explicit BatchedCounts(const Dictionary* anchor = nullptr) noexcept;
+    ~BatchedCounts();
+    BatchedCounts(const BatchedCounts&) = delete;
+    BatchedCounts& operator=(const BatchedCounts&) = delete;
+
+private:
+    CountBatch outer_;
+};
+
 /// While alive on a thread, copying a Value, Array or Dictionary there makes a
 /// deep, detached copy instead of sharing.
 class DetachingCopies {

@@ -115,10 +115,30 @@ struct Arena {
         cursor += bytes;
         return at;
     }
-    void retain() noexcept { refs.fetch_add(1, std::memory_order_relaxed); }
+    void retain() noexcept {
+        if (CountBatch& b = countBatch; b.arena == this && b.retains) {
+            ++b.delta;
+            return;
+        }
+        refs.fetch_add(1, std::memory_order_relaxed);
+    }
     void release() noexcept {
+        CountBatch& b = countBatch;
+        if (b.arena != this && b.open) {
+            b.arena = this;
+            b.open = false;
+        }
+        if (b.arena == this) {
+            --b.delta;
+            return;
+        }
         if (refs.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy();
     }
+    /// Applies counts gathered by a BatchedCounts scope.
+    void apply(int64_t delta) noexcept;
+
+    /// This thread's gathered counts (see BatchedCounts).
+    static thread_local CountBatch countBatch;
     /// Puts node on the cleanup list, once.
     void list(Node* node) noexcept;
     /// Runs the reads still put off on this reply, then marks it written.

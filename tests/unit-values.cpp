@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/DataPage.h"
 #include "veltrane/foundation/JSON.h"
 #include "veltrane/foundation/ValueNodes.h"
 #include "support/Harness.h"
@@ -308,6 +309,36 @@ TEST_F(Replies, HandlesCrossThreads) {
         });
     page = Value();
     for (std::thread& t : threads) t.join();
+}
+
+// A page's records count on their reply in one step when the page is made
+// and when it goes; a record kept, or freed on another thread, counts alone.
+TEST_F(Replies, APagesRecordsCountOnTheirReplyTogether) {
+    struct Row {
+        Dictionary raw;
+        std::optional<Value> name;
+        explicit Row(const Dictionary& d) : raw(d), name(d.optValue("name")) {}
+    };
+    const char* json = R"({"data":[{"name":"a name longer than fifteen bytes"},{"name":"another long name, also kept"}]})";
+    auto rowOf = [](const Value& v) { return std::optional<Row>(Row(v.asDictionary())); };
+    std::optional<Row> kept;
+    {
+        DataPage<Row> page(parseJSON(json).asDictionary(), makeRecord<Row>);
+        kept = page.data()->back();
+        DataPage<Row> converted(parseJSON(json).asDictionary(), rowOf);  // through the conversion, a record at a time
+        EXPECT_EQ(detail::liveArenas(), alive + 2);
+        std::thread([moved = std::move(converted)] {}).join();
+        EXPECT_EQ(detail::liveArenas(), alive + 1);
+    }
+    EXPECT_EQ(detail::liveArenas(), alive + 1) << "the record kept keeps its reply";
+    EXPECT_EQ(kept->name->asString(), "another long name, also kept");
+    kept.reset();
+    EXPECT_EQ(detail::liveArenas(), alive);
+    // A conversion that reads another reply per row, inside the page's batch.
+    DataPage<Row> nested(parseJSON(json).asDictionary(), [](const Value&) {
+        return std::optional<Row>(Row(parseJSON(R"({"name":"from a reply of its own, long"})").asDictionary()));
+    });
+    EXPECT_EQ(detail::liveArenas(), alive + 2) << "the rows' own replies; the page's is gone";
 }
 
 TEST_F(Replies, DetachedRecordsHoldNoReply) {
