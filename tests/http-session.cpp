@@ -18,6 +18,10 @@ protected:
                   else res.set_redirect("/hop/" + std::to_string(left - 1));
               });
               s.Get("/to-file", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("file:///etc/passwd"); });
+              s.Get("/nowhere", [](const httplib::Request&, httplib::Response& res) {
+                  res.status = 302;
+                  res.set_content("nowhere", "text/plain");
+              });
               s.Post(R"(/moved/(\d+))", [](const httplib::Request& req, httplib::Response& res) {
                   res.set_redirect("/method", std::stoi(req.matches[1]));
               });
@@ -47,6 +51,7 @@ const LimitCase kLimits[] = {
     {"redirects followed within the limit", "/hop/3", "GET", R"({"arrived":true})"},
     {"one redirect too many", "/hop/4", "GET", "error:more than 3 redirects"},
     {"no redirect to a file", "/to-file", "GET", "error:redirect to file:///etc/passwd refused"},
+    {"a redirect without a Location is the answer", "/nowhere", "GET", "nowhere"},
     {"303 after a POST continues as GET", "/moved/303", "POST", "GET:"},
     {"302 after a POST continues as GET", "/moved/302", "POST", "GET:"},
     {"307 repeats the POST", "/moved/307", "POST", "POST:body"},
