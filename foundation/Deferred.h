@@ -79,6 +79,7 @@ public:
             slot_->read = read;
             if (slot_->put()) return;
         }
+        detail::BatchedCounts batch(&source);
         slot_->parts.store(new Parts(read(source)), std::memory_order_relaxed);
     }
     Deferred(const Deferred& other) : slot_(other.slot_ ? new Slot() : nullptr) {
@@ -120,7 +121,10 @@ private:
             resolve();
             return *parts.load(std::memory_order_acquire);
         }
-        void readNow() override { parts.store(new Parts(read(*source)), std::memory_order_release); }
+        void readNow() override {
+            detail::BatchedCounts batch(&*source);
+            parts.store(new Parts(read(*source)), std::memory_order_release);
+        }
         ~Slot() {
             withdraw();
             delete parts.load(std::memory_order_relaxed);
