@@ -235,6 +235,29 @@ TEST_F(Cancellation, MemoryTransportHoldsToTheRules) {
     EXPECT_EQ(transport->requests().size(), 3u) << "nothing sent into a cancelled group";
 }
 
+// A call's deadline is the earlier of its group's deadline and its start
+// plus the group's timeout.
+TEST(CallDeadlines, TheEarlierOfTheGroupsTwo) {
+    using Clock = Call::Clock;
+    struct Case {
+        std::optional<std::chrono::milliseconds> timeout, deadlineIn;
+        bool fromDeadline;  // else from the timeout, or none when neither is set
+    };
+    const Case cases[] = {{std::nullopt, std::nullopt, false}, {std::nullopt, 10s, true}, {1s, 10s, false}, {10s, 1s, true}, {1s, std::nullopt, false}};
+    for (const Case& c : cases) {
+        CallGroup group;
+        Clock::time_point deadline = Clock::now() + c.deadlineIn.value_or(0s);
+        if (c.timeout) group.setTimeout(*c.timeout);
+        if (c.deadlineIn) group.setDeadline(deadline);
+        CallScope scope(group);
+        Clock::time_point before = Clock::now();
+        std::shared_ptr<Call> call = Call::begin("x");
+        if (c.fromDeadline) EXPECT_EQ(call->deadline(), deadline);
+        else if (c.timeout) EXPECT_TRUE(call->deadline() && *call->deadline() >= before + *c.timeout && *call->deadline() < before + *c.timeout + 1s);
+        else EXPECT_EQ(call->deadline(), std::nullopt);
+    }
+}
+
 // The command line gives up at --timeout, and Ctrl-C cancels what a command
 // waits for: status 130 and a line that says so.
 class CommandLineCancellation : public test::SandboxTest {};
