@@ -367,6 +367,7 @@ const HostilePlistCase kHostilePlists[] = {
     {"an XML date past the month's end", "<plist><date>2026-05-32T00:00:00Z</date></plist>", "date \"2026-05-32T00:00:00Z\" is not"},
     {"a real of two bytes", binaryPlist({std::string("\x21\x3F\x00", 3)}), "object 0: real of an unknown size"},
     {"a UID of nine bytes", binaryPlist({"\x88" + std::string(9, '\1')}), "object 0: UID beyond 64 bits"},
+    {"a length of sixteen bytes", binaryPlist({"\x5F\x14" + std::string(15, '\0') + "\x03" "abc"}), "object 0: bad length"},
     {"an XML entity declaration", R"(<!DOCTYPE p [<!ENTITY a "aaaa">]><plist><string>&a;</string></plist>)", "entity declarations are not allowed"},
     {"XML that is not a property list", "<html><body/></html>", "unknown element <html>"},
     {"a dictionary value without a key", "<plist><dict><string>x</string></dict></plist>", "a dictionary value without a key"},
@@ -395,6 +396,8 @@ TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
     }
     std::string why;
     EXPECT_TRUE(propertyListWithData(binaryPlist({"\xD1\x01\x02", "\x51k", "\x62" + utf16(u"中b")}), &why)) << why;
+    std::optional<Value> text = propertyListWithData(binaryPlist({"\x5F\x13" + std::string(7, '\0') + "\x03" "abc"}), &why);
+    EXPECT_EQ(text, std::optional<Value>("abc")) << "a length of eight bytes, the widest: " << why;
     std::optional<Value> uid = propertyListWithData(binaryPlist({"\x87" + std::string(8, '\xFF')}), &why);
     ASSERT_TRUE(uid) << why;
     EXPECT_EQ(uid->unsignedLongValue(), ~0UL) << "a UID of eight bytes, the widest";
