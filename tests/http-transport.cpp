@@ -207,11 +207,18 @@ TEST_F(Transport, APINamesAreIdentifiers) {
         EXPECT_EQ(r.message->rfind("API name \"", 0), 0u) << *r.message;
         EXPECT_EQ(r.message->find_first_of("\r\n"), std::string::npos);
     }
+    // A name is quoted whole up to 64 bytes, and cut after them.
+    for (size_t size : {64, 65}) {
+        std::string name = std::string(size - 1, 'a') + " ";
+        std::string quoted = "\"" + name.substr(0, 64) + (size > 64 ? "...\"" : "\"") + " refused";
+        EXPECT_NE(call(HTTPMethod::GET, name, std::nullopt).message->find(quoted), std::string::npos) << size;
+    }
     EXPECT_EQ(server.requests(), 0u) << "refused before any request";
     call(HTTPMethod::GET, "echo_2", std::nullopt);
+    call(HTTPMethod::GET, "azAZ09_", std::nullopt);
     // The server counts a request after its reply has gone out.
-    for (int i = 0; i < 100 && server.requests() == 0; ++i) std::this_thread::sleep_for(10ms);
-    EXPECT_EQ(server.requests(), 1u) << "letters, digits and _ make a name";
+    for (int i = 0; i < 100 && server.requests() < 2; ++i) std::this_thread::sleep_for(10ms);
+    EXPECT_EQ(server.requests(), 2u) << "letters, digits and _ make a name, from end to end of each range";
 }
 
 // Sends n GETs of api at once and waits for all; returns their replies.

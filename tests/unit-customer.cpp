@@ -149,6 +149,9 @@ TEST_F(Customer, LoadersTakeTheCustomerKeys) {
     IDCardInfo read(dict(R"({"Birthday":"1990-01-01","IssuingAuthority":"越秀","ValidityPeriod":"2018-2038","CardFrontUrl":"/f","CardBackUrl":"/b"})"));
     EXPECT_EQ(*read.birthday() + *read.issuingAuthority() + *read.validityPeriod() + *read.frontCardImageUrl() + *read.backCardImageUrl(),
               "1990-01-01越秀2018-2038/f/b");
+    EXPECT_EQ(writeJSON(fullCard().dictionaryWithIDCardInfo()),
+              R"({"name":"王芳","gender":"女","nationality":"汉","address":"北京路2号 A座#3","idNumber":"440104199001012345",)"
+              R"("issuingAuthority":"越秀分局"})");
 
     Address address = Address::loadFromActionOrderInfo(info);
     EXPECT_EQ(address.ID(), 90004);
