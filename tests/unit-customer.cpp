@@ -203,6 +203,10 @@ TEST(Dates, AsText) {
         {1763700000.25, "2025-11-21T04:40:00.250Z"},
         {-1, "1969-12-31T23:59:59Z"},
         {1e300, "1.0000000000000001e+300 s since 1970"},
+        {253402300799, "9999-12-31T23:59:59Z"},
+        {253402300800, "253402300800 s since 1970"},
+        {-62167219200, "0000-01-01T00:00:00Z"},
+        {-62167219201, "-62167219201 s since 1970"},
     };
     for (const auto& c : cases) EXPECT_EQ(Date::dateWithTimeIntervalSince1970(c.seconds).iso8601(), c.text) << c.seconds;
     EXPECT_LT(Date(), Date::dateWithTimeIntervalSince1970(1));

@@ -427,6 +427,10 @@ TEST(Hooks, SetOnlyWhileTheApplicationHoldsThem) {
     removeRequestAdapter(adapter);
     setRequestObserver(previous);
     EXPECT_FALSE(hasRequestAdapters() || hasRequestObserver());
+    addRequestAdapter([](OutgoingRequest&) {});
+    addRequestAdapter([](OutgoingRequest&) {});
+    removeAllRequestAdapters();
+    EXPECT_FALSE(hasRequestAdapters());
 }
 
 } // namespace

@@ -201,6 +201,7 @@ TEST(Values, Equality) {
         EXPECT_EQ(parseJSON(c.a) == parseJSON(c.b), c.equal);
         EXPECT_EQ(parseJSON(c.b) == parseJSON(c.a), c.equal);
     }
+    EXPECT_EQ(Value(0UL), Value(0L)) << "zero, signed or not";
 }
 
 // ---- One arena per reply ----------------------------------------------------------------
