@@ -35,7 +35,11 @@ public:
     void receive(httplib::Response& res, const httplib::ContentReader& read) {
                   std::vector<Part> got;
                   read([&](const httplib::MultipartFormData& f) { got.push_back({f.name, f.filename, f.content_type, ""}); return true; },
-                       [&](const char* data, size_t n) { got.back().content.append(data, n); return true; });
+                       [&](const char* data, size_t n) {
+                           if (slow) std::this_thread::sleep_for(1ms);
+                           got.back().content.append(data, n);
+                           return true;
+                       });
                   std::lock_guard lock(mutex);
                   parts = std::move(got);
                   res.status = status;
@@ -43,6 +47,7 @@ public:
     }
     test::LoopbackServer server;
     std::atomic<bool> redirect = false;
+    std::atomic<bool> slow = false;  // a millisecond per piece of the body read
     std::mutex mutex;
     std::vector<Part> parts;
     int status = 200;
@@ -105,6 +110,16 @@ TEST_F(SignatureUpload, PartsInOrderAndTheCompletionOnTheMainQueue) {
     EXPECT_GT(u.progress.back().second, pdf.size());
     EXPECT_LT(u.progress.size(), 200u) << "throttled";
     for (size_t i = 1; i < u.progress.size(); ++i) EXPECT_LE(u.progress[i - 1].first, u.progress[i].first);
+}
+
+TEST_F(SignatureUpload, ASlowUploadReportsProgressAsItGoes) {
+    uploads.slow = true;
+    auto start = std::chrono::steady_clock::now();
+    // More than loopback's socket buffers hold, so that sending waits on the reading.
+    Upload u = upload(Receipt(test::dict(R"({"SN":"A","ID":1})")), std::string(4 << 20, 'p'));
+    EXPECT_TRUE(u.success);
+    ASSERT_GT(std::chrono::steady_clock::now() - start, 300ms) << "slow enough for reports between the first and the last";
+    EXPECT_GE(u.progress.size(), 3u) << "a report at least every 100 ms, not only the first and the last";
 }
 
 TEST_F(SignatureUpload, ProgressEndsAtTheTotalWhateverTheRedirects) {
