@@ -22,18 +22,7 @@ uint64_t truncateToUnsignedLong(double v) noexcept {
     return static_cast<uint64_t>(truncateToLong(v));
 }
 
-long Number::longValue() const noexcept {
-    switch (kind_) {
-    case Kind::Int32:
-    case Kind::Long: return i_;
-    case Kind::UnsignedLong: return static_cast<long>(u_);
-    case Kind::Float: return truncateToLong(f_);
-    case Kind::Double: return truncateToLong(d_);
-    }
-    return 0;
-}
 
-int32_t Number::intValue() const noexcept { return static_cast<int32_t>(longValue()); }
 
 unsigned long Number::unsignedLongValue() const noexcept {
     switch (kind_) {
@@ -44,32 +33,7 @@ unsigned long Number::unsignedLongValue() const noexcept {
     }
 }
 
-double Number::doubleValue() const noexcept {
-    switch (kind_) {
-    case Kind::Int32:
-    case Kind::Long: return static_cast<double>(i_);
-    case Kind::UnsignedLong: return static_cast<double>(u_);
-    case Kind::Float: return f_;
-    case Kind::Double: return d_;
-    }
-    return 0;
-}
 
-float Number::floatValue() const noexcept {
-    switch (kind_) {
-    case Kind::Int32:
-    case Kind::Long: return static_cast<float>(i_);
-    case Kind::UnsignedLong: return static_cast<float>(u_);
-    case Kind::Float: return f_;
-    case Kind::Double: {
-        // Doubles beyond the float range become infinities, not undefined casts.
-        if (std::fabs(d_) > std::numeric_limits<float>::max() && std::isfinite(d_))
-            return d_ > 0 ? std::numeric_limits<float>::infinity() : -std::numeric_limits<float>::infinity();
-        return static_cast<float>(d_);
-    }
-    }
-    return 0;
-}
 
 bool Number::boolValue() const noexcept {
     switch (kind_) {

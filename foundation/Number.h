@@ -10,7 +10,9 @@
 /// No reading can invoke undefined behaviour.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 namespace veltrane {
@@ -70,6 +72,47 @@ private:
 int64_t truncateToLong(double v) noexcept;
 uint64_t truncateToUnsignedLong(double v) noexcept;
 ///@}
+
+// The readings most records make, inline: a record reads numbers by the dozen.
+inline long Number::longValue() const noexcept {
+    switch (kind_) {
+    case Kind::Int32:
+    case Kind::Long: return i_;
+    case Kind::UnsignedLong: return static_cast<long>(u_);
+    case Kind::Float: return truncateToLong(f_);
+    case Kind::Double: return truncateToLong(d_);
+    }
+    return 0;
+}
+
+inline int32_t Number::intValue() const noexcept { return static_cast<int32_t>(longValue()); }
+
+inline double Number::doubleValue() const noexcept {
+    switch (kind_) {
+    case Kind::Int32:
+    case Kind::Long: return static_cast<double>(i_);
+    case Kind::UnsignedLong: return static_cast<double>(u_);
+    case Kind::Float: return f_;
+    case Kind::Double: return d_;
+    }
+    return 0;
+}
+
+inline float Number::floatValue() const noexcept {
+    switch (kind_) {
+    case Kind::Int32:
+    case Kind::Long: return static_cast<float>(i_);
+    case Kind::UnsignedLong: return static_cast<float>(u_);
+    case Kind::Float: return f_;
+    case Kind::Double: {
+        // Doubles beyond the float range become infinities, not undefined casts.
+        if (std::fabs(d_) > std::numeric_limits<float>::max() && std::isfinite(d_))
+            return d_ > 0 ? std::numeric_limits<float>::infinity() : -std::numeric_limits<float>::infinity();
+        return static_cast<float>(d_);
+    }
+    }
+    return 0;
+}
 
 /// Leading numeric readings of text, as the platform reads "12abc" as 12:
 /// leading blanks are skipped, the longest prefix that reads as a number is

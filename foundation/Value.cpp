@@ -418,17 +418,6 @@ Value::Type Value::type() const noexcept {
     }
 }
 
-std::optional<Number> Value::numberIf() const noexcept {
-    switch (tag()) {
-    case kInt32: return Number(static_cast<int32_t>(payload_.i));
-    case kLong: return Number(static_cast<long>(payload_.i));
-    case kUnsignedLong: return Number(static_cast<unsigned long>(payload_.u));
-    case kFloat: return Number(payload_.f);
-    case kDouble: return Number(payload_.d);
-    default: return std::nullopt;
-    }
-}
-
 const char* Value::kindName() const noexcept {
     switch (type()) {
     case Type::Null: return "null";

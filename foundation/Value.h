@@ -374,7 +374,16 @@ public:
         }
         return std::nullopt;
     }
-    std::optional<Number> numberIf() const noexcept;
+    std::optional<Number> numberIf() const noexcept {
+        switch (tag()) {
+        case kInt32: return Number(static_cast<int32_t>(payload_.i));
+        case kLong: return Number(static_cast<long>(payload_.i));
+        case kUnsignedLong: return Number(static_cast<unsigned long>(payload_.u));
+        case kFloat: return Number(payload_.f);
+        case kDouble: return Number(payload_.d);
+        default: return std::nullopt;
+        }
+    }
     const veltrane::Array* arrayIf() const noexcept { return isArray() ? &payload_.array : nullptr; }
     const veltrane::Dictionary* dictionaryIf() const noexcept { return isDictionary() ? &payload_.dictionary : nullptr; }
     ///@}
