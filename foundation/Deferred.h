@@ -67,6 +67,7 @@ private:
 template <class Parts>
 class Deferred {
 public:
+    /// How the parts are read from the dictionary a record is made from.
     using Read = Parts (*)(const Dictionary&);
 
     /// Default parts (made when first written).
@@ -82,6 +83,9 @@ public:
         detail::BatchedCounts batch(&source);
         slot_->parts.store(new Parts(read(source)), std::memory_order_relaxed);
     }
+    /// Parts of its own: a member-wise copy of other's (read first if need
+    /// be). Moves take the parts, or the read still put off.
+    ///@{
     Deferred(const Deferred& other) : slot_(other.slot_ ? new Slot() : nullptr) {
         if (slot_) slot_->parts.store(new Parts(other.get()), std::memory_order_relaxed);
     }
@@ -91,6 +95,7 @@ public:
         return *this;
     }
     Deferred& operator=(Deferred&& other) noexcept = default;
+    ///@}
     ~Deferred() = default;
 
     /// The parts, read now if they were put off. Throws std::bad_alloc.

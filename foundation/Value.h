@@ -471,8 +471,8 @@ namespace detail {
 /// The counts one thread has taken (positive) or dropped (negative) on one
 /// reply and not yet applied to it.
 struct CountBatch {
-    void* arena = nullptr;
-    int64_t delta = 0;
+    void* arena = nullptr;  ///< the reply, or nothing
+    int64_t delta = 0;      ///< counts taken less counts dropped
     bool retains = false;  ///< counts taken are gathered too
     bool open = false;     ///< no reply picked yet: the first one dropped on
 };
@@ -486,7 +486,10 @@ struct CountBatch {
 /// and other threads count as ever. Scopes nest.
 class BatchedCounts {
 public:
+    /// Starts gathering, on anchor's reply or, without one, on the first
+    /// reply a count is dropped on.
     explicit BatchedCounts(const Dictionary* anchor = nullptr) noexcept;
+    /// Applies what was gathered (freeing the reply if no count is left).
     ~BatchedCounts();
     BatchedCounts(const BatchedCounts&) = delete;
     BatchedCounts& operator=(const BatchedCounts&) = delete;
