@@ -36,6 +36,8 @@ const NumberCase kNumberCases[] = {
     {"fraction truncates toward zero", NSBoxDouble(-49.9), Number::Kind::Double, -49, -49, static_cast<unsigned long>(-49L), -49.9, "-49.9"},
     {"huge double clamps then wraps", NSBoxDouble(1e300), Number::Kind::Double, -1, LONG_MAX, ULONG_MAX, 1e300, "1e+300"},
     {"NaN reads as zero", NSBoxDouble(std::nan("")), Number::Kind::Double, 0, 0, 0, std::nan(""), "nan"},
+    {"2^63 clamps to the signed maximum", NSBoxDouble(0x1p63), Number::Kind::Double, -1, LONG_MAX, 9223372036854775808UL, 0x1p63, "9223372036854775808"},
+    {"2^64 clamps to the unsigned maximum", NSBoxDouble(0x1p64), Number::Kind::Double, -1, LONG_MAX, ULONG_MAX, 0x1p64, "18446744073709551616"},
     {"negative huge clamps to the minimum", NSBoxDouble(-1e300), Number::Kind::Double, 0, LONG_MIN, static_cast<unsigned long>(LONG_MIN), -1e300, "-1e+300"},
 };
 
