@@ -355,6 +355,13 @@ TEST(OrderCopies, AReplysFirstWriteReadsItsOrdersFirst) {
     Dictionary receipt = first.receipts()->front().raw();
     receipt.set("SN", "t");
     EXPECT_EQ(show(first.receipts()->front().SN()), "\"t\"") << "a receipt keeps the reply's own element";
+    // A written reply may hold another's containers, whose writes it never
+    // sees: an order made from it is read at once.
+    Dictionary goods = dict(R"({"GoodsInfo":[{"GoodsID":3}]})");
+    element.set("GoodsInfo", goods.valueOrNull("GoodsInfo"));
+    Order mixed(element);
+    Dictionary(goods.valueOrNull("GoodsInfo").asArray()[0].asDictionary()).set("GoodsID", 4);
+    EXPECT_EQ(mixed.products()->front().ID(), 3);
     Order empty = std::move(first);
     EXPECT_EQ(first.address(), std::nullopt) << "a moved-from order reads as a new one";
     EXPECT_TRUE(first.customer().isEmpty());

@@ -364,6 +364,7 @@ const HostilePlistCase kHostilePlists[] = {
     {"an XML integer beyond 64 bits", "<plist><integer>18446744073709551616</integer></plist>", "integer 18446744073709551616 beyond 64 bits"},
     {"an XML real beyond a double", "<plist><real>1e400</real></plist>", "real 1e400 beyond a double"},
     {"an XML date that is not one", "<plist><date>2026-02-29T00:00:00Z</date></plist>", "date \"2026-02-29T00:00:00Z\" is not"},
+    {"an XML date of a century's 29 February", "<plist><date>2100-02-29T00:00:00Z</date></plist>", "date \"2100-02-29T00:00:00Z\" is not"},
     {"an XML date past the month's end", "<plist><date>2026-05-32T00:00:00Z</date></plist>", "date \"2026-05-32T00:00:00Z\" is not"},
     {"a real of two bytes", binaryPlist({std::string("\x21\x3F\x00", 3)}), "object 0: real of an unknown size"},
     {"a UID of nine bytes", binaryPlist({"\x88" + std::string(9, '\1')}), "object 0: UID beyond 64 bits"},
@@ -396,6 +397,8 @@ TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
     }
     std::string why;
     EXPECT_TRUE(propertyListWithData(binaryPlist({"\xD1\x01\x02", "\x51k", "\x62" + utf16(u"中b")}), &why)) << why;
+    EXPECT_EQ(propertyListWithData(binaryPlist({"\x62" + utf16({0xDBFF, 0xDC00})}), &why), std::optional<Value>("\xF4\x8F\xB0\x80"))
+        << "the last high surrogate: " << why;
     std::optional<Value> text = propertyListWithData(binaryPlist({"\x5F\x13" + std::string(7, '\0') + "\x03" "abc"}), &why);
     EXPECT_EQ(text, std::optional<Value>("abc")) << "a length of eight bytes, the widest: " << why;
     std::optional<Value> uid = propertyListWithData(binaryPlist({"\x87" + std::string(8, '\xFF')}), &why);
