@@ -19,6 +19,7 @@ TEST(Privacy, PatternsInFreeText) {
         // Not a person's: longer or shorter runs, other leading digits, inside words.
         {"IMEI 861234567890126, ICCID 8986031234567890001, price 6999, 12345678901", "IMEI 861234567890126, ICCID 8986031234567890001, price 6999, 12345678901"},
         {"SN20261118001 AF13912345678 13912345678X", "SN20261118001 AF13912345678 13912345678X"},
+        {"order 123-4567890, room 0755 1234567", "order 123-4567890, room 0755 1234567"},
         {"", ""},
     };
     for (const auto& c : cases) EXPECT_EQ(maskPersonalText(c.text), c.masked) << c.text;
