@@ -29,6 +29,14 @@ protected:
               s.Get("/method", method);
               s.Post("/method", method);
               s.Get("/big", [](const httplib::Request&, httplib::Response& res) { res.set_content(std::string(3 << 20, 'x'), "text/plain"); });
+              s.Get("/big-chunked", [](const httplib::Request&, httplib::Response& res) {
+                  res.set_chunked_content_provider("text/plain", [](size_t offset, httplib::DataSink& sink) {
+                      std::string piece(64 << 10, 'x');
+                      if (offset < (3u << 20)) return sink.write(piece.data(), piece.size());
+                      sink.done();
+                      return true;
+                  });
+              });
           }) {}
 
     static HTTPRequest get(std::string url) {
@@ -56,6 +64,7 @@ const LimitCase kLimits[] = {
     {"302 after a POST continues as GET", "/moved/302", "POST", "GET:"},
     {"307 repeats the POST", "/moved/307", "POST", "POST:body"},
     {"a reply past the size limit", "/big", "GET", "error:reply larger than 1048576 bytes"},
+    {"a reply of no stated length past the limit", "/big-chunked", "GET", "error:reply larger than 1048576 bytes"},
 };
 
 TEST_F(Session, RepliesAndRedirectsHaveLimits) {
