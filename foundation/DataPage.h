@@ -49,14 +49,21 @@ public:
             auto* conversion = andDataConvertionBlock.template target<std::optional<T> (*)(const Value&)>();
             inPlace = conversion && *conversion == &makeRecord<T>;
         }
-        for (const Value& row : rows->asArray()) {
-            locatedAtElement("data", result.size(), [&] {
+        // One handler for the whole loop: the row that throws is the one
+        // not yet kept.
+        try {
+            for (const Value& row : rows->asArray()) {
                 if constexpr (isRecord)
-                    if (inPlace) return void(result.emplace_back(row.asDictionary()));
+                    if (inPlace) {
+                        result.emplace_back(row.asDictionary());
+                        continue;
+                    }
                 std::optional<T> record = andDataConvertionBlock(row);
                 if (!record) throw ValueError("the row converted to nothing");
                 result.push_back(std::move(*record));
-            });
+            }
+        } catch (const ValueError& e) {
+            throw e.within("data[" + std::to_string(result.size()) + "]");
         }
         data_ = std::move(result);
     }

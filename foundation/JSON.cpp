@@ -292,15 +292,20 @@ private:
     const uint8_t* strings_;
 };
 
+constexpr size_t kShortReply = 16 * 1024;
+
 // The arena's first block, from the tape's length and the text's: a number
 // takes two tape words and becomes 16 bytes, a key one word and nothing when
 // its row shares the keys of the row before, a container two words and a
 // node; long strings take bytes of their own, a part of the text. Further
 // blocks, a quarter of this each, make up for a low guess, so the arena
-// holds little unused room whatever the reply's shape.
+// holds little unused room whatever the reply's shape. A short reply (a page
+// of ten rows) gets room for as many bytes again as its text: a second block
+// would cost more than the few hundred bytes it may leave unused.
 size_t arenaEstimate(const simdjson::dom::parser& parser, size_t textSize) {
     uint64_t tapeWords = parser.doc.tape[0] & simdjson::internal::JSON_VALUE_MASK;
-    return static_cast<size_t>(tapeWords) * 9 + textSize / 4 + 256;
+    size_t strings = textSize < kShortReply ? textSize : textSize / 4;
+    return static_cast<size_t>(tapeWords) * 9 + strings + 256;
 }
 
 // The document just parsed by tp's parser, as values. The tape starts with

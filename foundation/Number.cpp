@@ -109,6 +109,17 @@ int64_t leadingInteger(std::string_view text) noexcept {
 double leadingDouble(std::string_view text) noexcept {
     text = skipBlanks(text);
     if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+    // Whole numbers, the most common numeric text, need no float parsing:
+    // up to 19 digits are exact in 64 bits, and one rounding to a double
+    // gives what the parse would.
+    bool negative = !text.empty() && text.front() == '-';
+    const size_t start = negative ? 1 : 0;
+    size_t end = start;
+    uint64_t whole = 0;
+    auto digit = [&](size_t i) { return i < text.size() && text[i] >= '0' && text[i] <= '9'; };
+    for (; end - start < 19 && digit(end); ++end) whole = whole * 10 + static_cast<uint64_t>(text[end] - '0');
+    if (end > start && !digit(end) && (end == text.size() || (text[end] != '.' && text[end] != 'e' && text[end] != 'E')))
+        return negative ? -static_cast<double>(whole) : static_cast<double>(whole);
     double v = 0;
     // from_chars reads the longest decimal prefix and never consults the locale.
     auto r = std::from_chars(text.data(), text.data() + text.size(), v, std::chars_format::general);

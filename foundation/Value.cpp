@@ -685,14 +685,18 @@ Dictionary::const_iterator Dictionary::begin() const noexcept { return {node_->k
 Dictionary::const_iterator Dictionary::end() const noexcept { return {node_->keys + node_->size, node_->values + node_->size}; }
 
 const Value* Dictionary::find(std::string_view key) const noexcept {
-    int64_t at = detail::position(node_, key);
-    return at < 0 ? nullptr : &node_->values[at];
+    // Records look up short keys in small dictionaries: that scan first.
+    const detail::DictNode* d = node_;
+    if (key.size() <= 15 && !d->index) {
+        detail::KeyImage image = detail::imageOf(key);
+        for (uint32_t i = 0; i < d->size; ++i)
+            if (detail::sameImage(d->keys[i], image)) return &d->values[i];
+        return nullptr;
+    }
+    int64_t at = detail::position(d, key);
+    return at < 0 ? nullptr : &d->values[at];
 }
 
-std::optional<Value> Dictionary::optValue(std::string_view key) const {
-    const Value* v = find(key);
-    return v ? std::optional<Value>(*v) : std::nullopt;
-}
 
 Value Dictionary::valueOrNull(std::string_view key) const {
     const Value* v = find(key);
@@ -867,22 +871,10 @@ Dictionary Dictionary::optDictionary(std::string_view key) const {
     return Dictionary();
 }
 
-int32_t Dictionary::intValue(std::string_view key) const {
-    const Value* v = find(key);
-    return v ? locatedAt(key, [&] { return v->intValue(); }) : 0;
-}
-long Dictionary::longValue(std::string_view key) const {
-    const Value* v = find(key);
-    return v ? locatedAt(key, [&] { return v->longValue(); }) : 0;
-}
-float Dictionary::floatValue(std::string_view key) const {
-    const Value* v = find(key);
-    return v ? locatedAt(key, [&] { return v->floatValue(); }) : 0;
-}
-double Dictionary::doubleValue(std::string_view key) const {
-    const Value* v = find(key);
-    return v ? locatedAt(key, [&] { return v->doubleValue(); }) : 0;
-}
+int32_t Dictionary::intAt(std::string_view key, const Value& v) { return locatedAt(key, [&] { return v.intValue(); }); }
+long Dictionary::longAt(std::string_view key, const Value& v) { return locatedAt(key, [&] { return v.longValue(); }); }
+float Dictionary::floatAt(std::string_view key, const Value& v) { return locatedAt(key, [&] { return v.floatValue(); }); }
+double Dictionary::doubleAt(std::string_view key, const Value& v) { return locatedAt(key, [&] { return v.doubleValue(); }); }
 
 // ---- Equality ----------------------------------------------------------------------------
 

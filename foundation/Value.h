@@ -280,6 +280,14 @@ public:
     ///@}
 
 private:
+    // The readings above: a number by its own reading, anything else by
+    // other, which locates what it throws at key.
+    template <class T, class Read>
+    T reading(std::string_view key, Read number, T (*other)(std::string_view, const Value&)) const;
+    static int32_t intAt(std::string_view key, const Value& v);
+    static long longAt(std::string_view key, const Value& v);
+    static float floatAt(std::string_view key, const Value& v);
+    static double doubleAt(std::string_view key, const Value& v);
     friend class Value;
     friend class detail::Builder;
     friend class detail::Copier;
@@ -466,6 +474,24 @@ bool operator==(const Dictionary& a, const Dictionary& b);
 /// that were shared become separate containers.
 template <class Record>
 Record detach(const Record& record);
+
+inline std::optional<Value> Dictionary::optValue(std::string_view key) const {
+    const Value* v = find(key);
+    return v ? std::optional<Value>(*v) : std::nullopt;
+}
+
+// A record's reads are mostly numbers: those convert here, without a call.
+template <class T, class Read>
+[[gnu::always_inline]] inline T Dictionary::reading(std::string_view key, Read number, T (*other)(std::string_view, const Value&)) const {
+    const Value* v = find(key);
+    if (!v) return 0;
+    if (std::optional<Number> n = v->numberIf()) return number(*n);
+    return other(key, *v);
+}
+inline int32_t Dictionary::intValue(std::string_view key) const { return reading(key, [](const Number& n) { return n.intValue(); }, &intAt); }
+inline long Dictionary::longValue(std::string_view key) const { return reading(key, [](const Number& n) { return n.longValue(); }, &longAt); }
+inline float Dictionary::floatValue(std::string_view key) const { return reading(key, [](const Number& n) { return n.floatValue(); }, &floatAt); }
+inline double Dictionary::doubleValue(std::string_view key) const { return reading(key, [](const Number& n) { return n.doubleValue(); }, &doubleAt); }
 
 namespace detail {
 /// The counts one thread has taken (positive) or dropped (negative) on one
