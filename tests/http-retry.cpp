@@ -106,6 +106,29 @@ TEST_F(Retries, TheWaitEndsAtACancellationAndNeverPassesTheDeadline) {
     hurried.setTimeout(300ms);
     EXPECT_EQ(ask(HTTPMethod::GET, "limitHurried", hurried), "F|limitHurried: server answered HTTP 429");
     EXPECT_EQ(server.attempts("limitHurried"), 1u);
+
+    // A retry whose wait is over queues for the one connection, which another
+    // call holds; cancelled there, it leaves the queue, and the holder's end
+    // starts nothing stale.
+    options.retry = {2, 300ms, 300ms};
+    options.maxConnectionsPerHost = 1;
+    auto transport = std::make_shared<HTTPTransport>(options);
+    Server::setTransport(transport);
+    auto until = [](auto done) {
+        for (auto end = std::chrono::steady_clock::now() + 5s; !done() && std::chrono::steady_clock::now() < end;) std::this_thread::sleep_for(1ms);
+    };
+    CallGroup queued, holding;
+    std::future<std::string> retried = std::async(std::launch::async, [&] { return ask(HTTPMethod::GET, "busy1Queued", queued); });
+    until([&] { return server.attempts("busy1Queued") == 1; });
+    std::future<std::string> holder = std::async(std::launch::async, [&] { return ask(HTTPMethod::GET, "silentHolder", holding); });
+    until([&] { return transport->load().active == 1 && transport->load().waiting == 1 && server.attempts("silentHolder") == 1; });
+    std::this_thread::sleep_for(400ms);  // past the retry's wait: now it waits for the connection
+    queued.cancel();
+    EXPECT_EQ(retried.get(), "F|busy1Queued: cancelled");
+    EXPECT_EQ(transport->load().waiting, 0u);
+    holding.cancel();
+    EXPECT_EQ(holder.get(), "F|silentHolder: cancelled");
+    EXPECT_EQ(server.attempts("busy1Queued"), 1u);
 }
 
 // Every attempt is told to the observer, with where its time went; an
