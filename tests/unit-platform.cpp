@@ -388,6 +388,13 @@ TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
     for (int i = 1; i <= 40; ++i) laughs.push_back(std::string("\xA2") + static_cast<char>(i) + static_cast<char>(i));
     laughs.push_back("\x08");
     cases.push_back({"a list that expands without bound", binaryPlist(laughs), "expands to more than"});
+    // An array of outer references to one array of inner references to 0:
+    // 1 + outer * (1 + inner) values.
+    auto expanding = [](int outer, int inner) {
+        auto array = [](int n, char ref) { return std::string("\xAF\x11") + static_cast<char>(n >> 8) + static_cast<char>(n & 0xFF) + std::string(n, ref); };
+        return binaryPlist({array(outer, '\1'), array(inner, '\2'), std::string("\x10\x00", 2)});
+    };
+    cases.push_back({"a list one value past the limit", expanding(1024, 1023), "expands to more than 1048576 values"});
 
     for (const HostilePlistCase& c : cases) {
         SCOPED_TRACE(c.name);
@@ -397,6 +404,7 @@ TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
     }
     std::string why;
     EXPECT_TRUE(propertyListWithData(binaryPlist({"\xD1\x01\x02", "\x51k", "\x62" + utf16(u"中b")}), &why)) << why;
+    EXPECT_TRUE(propertyListWithData(expanding(1023, 1024), &why)) << "exactly the limit: " << why;
     EXPECT_EQ(propertyListWithData(binaryPlist({"\x62" + utf16({0xDBFF, 0xDC00})}), &why), std::optional<Value>("\xF4\x8F\xB0\x80"))
         << "the last high surrogate: " << why;
     std::optional<Value> text = propertyListWithData(binaryPlist({"\x5F\x13" + std::string(7, '\0') + "\x03" "abc"}), &why);
