@@ -158,10 +158,23 @@ std::string maskPersonalText(std::string_view text) {
         }
         out += text[i++];
     }
+    // Secrets in one pass, the longest where several start at one place: a
+    // secret that begins another leaves none of it, and no mark is searched
+    // again (a secret may be part of "<secret>").
     std::lock_guard lock(secrets().mutex);
-    for (const std::string& secret : secrets().last)
-        for (size_t at; !secret.empty() && (at = out.find(secret)) != std::string::npos;) out.replace(at, secret.size(), "<secret>");
-    return out;
+    const auto& last = secrets().last;
+    if (last.empty()) return out;
+    std::string masked;
+    masked.reserve(out.size());
+    for (size_t i = 0; i < out.size();) {
+        size_t longest = 0;
+        for (const std::string& secret : last)
+            if (secret.size() > longest && out.compare(i, secret.size(), secret) == 0) longest = secret.size();
+        if (longest) masked += "<secret>";
+        else masked += out[i];
+        i += std::max<size_t>(longest, 1);
+    }
+    return masked;
 }
 
 Value maskPersonalValue(const Value& value) {

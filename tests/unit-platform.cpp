@@ -193,6 +193,7 @@ TEST_F(Settings, AnUnusableFileIsMovedAsideAndAFreshStoreStarts) {
         UserDefaults store(file);
         ASSERT_EQ(logLines.size(), 1u);
         EXPECT_NE(logLines[0].find("was unusable"), std::string::npos) << logLines[0];
+        EXPECT_EQ(logLines[0].find('\n'), std::string::npos) << "one line, whatever SQLite's reason";
         size_t at = logLines[0].find("moved it to ");
         ASSERT_NE(at, std::string::npos) << logLines[0];
         std::string aside = logLines[0].substr(at + 12, logLines[0].find(" and started") - at - 12);
@@ -361,6 +362,8 @@ const HostilePlistCase kHostilePlists[] = {
     {"a 16-byte integer beyond 64 bits", binaryPlist({std::string("\x14\x00\x00\x00\x00\x00\x00\x00\x01", 9) + std::string(8, '\0')}),
      "object 0: integer beyond 64 bits"},
     {"half a surrogate pair", binaryPlist({"\x61" + utf16({0xD83D})}), "object 0: text holds half a surrogate pair"},
+    {"the last low surrogate alone", binaryPlist({"\x61" + utf16({0xDFFF})}), "object 0: text holds half a surrogate pair"},
+    {"ASCII text with the byte 0x80", binaryPlist({"\x51\x80"}), "object 0: ASCII text holds a byte above 0x7F"},
     {"an XML integer beyond 64 bits", "<plist><integer>18446744073709551616</integer></plist>", "integer 18446744073709551616 beyond 64 bits"},
     {"an XML real beyond a double", "<plist><real>1e400</real></plist>", "real 1e400 beyond a double"},
     {"an XML date that is not one", "<plist><date>2026-02-29T00:00:00Z</date></plist>", "date \"2026-02-29T00:00:00Z\" is not"},

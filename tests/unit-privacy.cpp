@@ -32,6 +32,12 @@ TEST(Privacy, PatternsInFreeText) {
     EXPECT_EQ(maskPersonalText("sha256 " + digest), "sha256 " + digest) << "a digest is nobody's";
     registerSecret("s3cr3t-t0ken");
     EXPECT_EQ(maskPersonalText("Authorization: Bearer s3cr3t-t0ken (s3cr3t-t0ken)"), "Authorization: Bearer <secret> (<secret>)");
+    for (int i = 1; i <= 32; ++i) registerSecret("secret-" + std::to_string(i));
+    EXPECT_EQ(maskPersonalText("secret-1 secret-32"), "<secret> <secret>") << "the last 32 are remembered";
+    registerSecret("secret-33");
+    EXPECT_EQ(maskPersonalText("secret-1 secret-2"), "secret-1 <secret>") << "the 33rd pushes out the first";
+    registerSecret("secr");
+    EXPECT_EQ(maskPersonalText("secr secret-3"), "<secret> <secret>") << "the longest where two start, and a mark is not searched again";
 }
 
 TEST(Privacy, KeysInDumpedDictionaries) {

@@ -52,6 +52,7 @@ TEST(Values, NumberKindsAndConversions) {
         if (std::isnan(c.asDouble)) EXPECT_TRUE(std::isnan(n.doubleValue()));
         else EXPECT_EQ(n.doubleValue(), c.asDouble);
         EXPECT_EQ(n.text(), c.text);
+        EXPECT_EQ(n.boolValue(), n.doubleValue() != 0) << "true when not zero, NaN too";
     }
 }
 
