@@ -7,6 +7,7 @@
 
 #include "veltrane/foundation/Await.h"
 #include "veltrane/foundation/Boxing.h"
+#include "veltrane/foundation/Call.h"
 #include "veltrane/platform/HTTPTransport.h"
 #include "support/Harness.h"
 #include "support/Loopback.h"
@@ -263,6 +264,11 @@ TEST_F(Transport, ABurstLeavesOnlyABoundedPoolBehind) {
     EXPECT_EQ(load.active, 0u);
     EXPECT_LE(load.idleHandles, HTTPTransportOptions().maxIdleHandles);
     EXPECT_LE(server.connections(), 6u * 2) << "no more connections than the limit (and a few replaced ones)";
+    CallGroup after;
+    after.setTimeout(5s);
+    CallScope scope(after);
+    GatewayReply next = call(HTTPMethod::GET, "echo", Dictionary{});
+    EXPECT_TRUE(next.success) << "every place of the host is free again: " << next.message.value_or("");
 }
 
 TEST_F(Transport, ConnectionsAreReused) {

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <bit>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cmath>
@@ -408,6 +409,14 @@ TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
     std::string why;
     EXPECT_TRUE(propertyListWithData(binaryPlist({"\xD1\x01\x02", "\x51k", "\x62" + utf16(u"中b")}), &why)) << why;
     EXPECT_TRUE(propertyListWithData(expanding(1023, 1024), &why)) << "exactly the limit: " << why;
+    // Each month's last day, as the calendar counts it, is a date; the day after is not.
+    for (unsigned m = 1; m <= 12; ++m) {
+        using namespace std::chrono;
+        unsigned last = static_cast<unsigned>(year_month_day_last(year(2024), month_day_last(month(m))).day());
+        auto date = [m](unsigned d) { return "<plist><date>2024-" + std::string(m < 10 ? "0" : "") + std::to_string(m) + "-" + std::to_string(d) + "T00:00:00Z</date></plist>"; };
+        EXPECT_TRUE(propertyListWithData(date(last), &why)) << why;
+        EXPECT_FALSE(propertyListWithData(date(last + 1), &why)) << date(last + 1);
+    }
     EXPECT_EQ(propertyListWithData(binaryPlist({"\x62" + utf16({0xDBFF, 0xDC00})}), &why), std::optional<Value>("\xF4\x8F\xB0\x80"))
         << "the last high surrogate: " << why;
     std::optional<Value> text = propertyListWithData(binaryPlist({"\x5F\x13" + std::string(7, '\0') + "\x03" "abc"}), &why);

@@ -58,7 +58,7 @@ TEST(Values, NumberKindsAndConversions) {
 
 // One dictionary holding every kind of value, read by every accessor.
 const char* kReadings = R"({"int":5,"neg":-1,"float":2.5,"numtext":"12abc","text":"abc","yes":"YES",
-  "true":true,"null":null,"array":[1],"dict":{"a":1},"big":4294967297,"spaced":"  3.75","exponent":"7e2","upper":"5E-1","twenty":"-99999999999999999999",
+  "true":true,"null":null,"array":[1],"dict":{"a":1},"big":4294967297,"spaced":"  3.75","exponent":"7e2","upper":"5E-1","plus":"+2.5","twenty":"-99999999999999999999",
   "rounded":"9007199254740993"})";
 
 struct ReadingCase {
@@ -85,6 +85,7 @@ const ReadingCase kReadingCases[] = {
     {"spaced", "  3.75", 3, 3, true, 3.75},
     {"exponent", "7e2", 7, 7, true, 700},
     {"upper", "5E-1", 5, 5, true, 0.5},
+    {"plus", "+2.5", 2, 2, true, 2.5},
     {"twenty", "-99999999999999999999", 0, std::numeric_limits<long>::min(), true, -1e20},
     {"rounded", "9007199254740993", 1, 9007199254740993L, true, 9007199254740992.0},
     {"absent", std::nullopt, 0, 0, false, 0},
