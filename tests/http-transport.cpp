@@ -178,6 +178,13 @@ TEST_F(Transport, TransportFailuresAreMessages) {
     EXPECT_FALSE(slow.success);
     EXPECT_NE(slow.message->find("Timeout was reached"), std::string::npos) << *slow.message;
 
+    HTTPTransportOptions small;
+    small.maxReplyBytes = 16;
+    useTransport(small);
+    GatewayReply large = call(HTTPMethod::GET, "canned", Dictionary{{"status", 200}, {"body", R"({"status":1,"info":"seventeen bytes+"})"}});
+    EXPECT_FALSE(large.success);
+    EXPECT_EQ(large.message, "canned: reply larger than 16 bytes");
+
     Server::setAddress("http://127.0.0.1:" + std::to_string(test::closedPort()));
     GatewayReply refused = call(HTTPMethod::GET, "echo", std::nullopt);
     EXPECT_FALSE(refused.success);

@@ -153,7 +153,7 @@ TEST_F(Messaging, TheLastIdentifierIsANumberInTheStore) {
     struct {
         std::optional<Value> stored;
         long read;
-    } cases[] = {{std::nullopt, 0}, {Value("12"), 0}, {Value(Dictionary()), 0}, {Value(12), 12}, {Value(12.9), 12}, {Value(-5L), -5}};
+    } cases[] = {{Value(12), 12}, {std::nullopt, 0}, {Value("12"), 0}, {Value(Dictionary()), 0}, {Value(12.9), 12}, {Value(-5L), -5}};
     for (const auto& c : cases) {
         if (c.stored) store.setObject("LastMessageID", *c.stored);
         else store.removeObjectForKey("LastMessageID");

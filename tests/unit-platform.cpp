@@ -300,6 +300,7 @@ TEST(PropertyLists, XMLReadsWhatOtherWritersWrite) {
     } cases[] = {
         {"<date>1999-12-31T23:59:59.5Z</date>", "946684799.5"},
         {"<date>2026Z</date>", "1767225600.0"},
+        {"<date>2024-02-29T00:00:00Z</date>", "1709164800.0"},
         {"<integer> 0x10 </integer>", "16"},
         {"<integer>+5</integer>", "5"},
         {"<integer>-0x8000000000000000</integer>", "-9223372036854775808"},
@@ -424,6 +425,10 @@ TEST(PropertyLists, HostileBytesAreRefusedWithAReason) {
     std::optional<Value> uid = propertyListWithData(binaryPlist({"\x87" + std::string(8, '\xFF')}), &why);
     ASSERT_TRUE(uid) << why;
     EXPECT_EQ(uid->unsignedLongValue(), ~0UL) << "a UID of eight bytes, the widest";
+    std::optional<Value> minusOne = propertyListWithData(binaryPlist({"\x14" + std::string(16, '\xFF')}), &why);
+    ASSERT_TRUE(minusOne) << why;
+    EXPECT_EQ(minusOne->asNumber().kind(), Number::Kind::Long) << "a 16-byte -1 is signed";
+    EXPECT_EQ(minusOne->longValue(), -1);
     std::optional<Value> half = propertyListWithData(binaryPlist({std::string("\x22\x3F\x00\x00\x00", 5)}), &why);
     ASSERT_TRUE(half) << why;
     EXPECT_EQ(half->doubleValue(), 0.5) << "a real of four bytes";
