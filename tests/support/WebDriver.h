@@ -47,7 +47,7 @@ public:
         return command("POST", at("/execute/sync"), Dictionary{{"script", script}, {"args", arguments}});
     }
     // Waits until script returns true; false after within.
-    bool waitUntil(const std::string& script, std::chrono::milliseconds within = std::chrono::seconds(5)) {
+    bool waitUntil(const std::string& script, std::chrono::milliseconds within = std::chrono::seconds(15)) {
         for (auto end = std::chrono::steady_clock::now() + within; std::chrono::steady_clock::now() < end;) {
             Value answer = run(script);
             if (answer.isBool() && answer.asBool()) return true;
