@@ -262,19 +262,22 @@ const Index* buildArenaIndex(Arena* arena, const Value* keys, uint32_t size) {
 
 namespace {
 
+// The position of a short key's image in a dictionary without an index, or -1.
+inline int64_t scan(const DictNode* d, const KeyImage& image) noexcept {
+    for (uint32_t i = 0; i < d->size; ++i)
+        if (sameImage(d->keys[i], image)) return i;
+    return -1;
+}
+
 // The position of key among the keys, or -1.
 int64_t position(const DictNode* d, std::string_view key) noexcept {
     const Value* keys = d->keys;
     if (key.size() <= 15) {
         KeyImage image = imageOf(key);
-        if (d->index) {
-            const uint32_t* slots = d->index->slots();
-            for (uint32_t slot = static_cast<uint32_t>(hashKey(key)) & d->index->mask; slots[slot]; slot = (slot + 1) & d->index->mask)
-                if (sameImage(keys[slots[slot] - 1], image)) return slots[slot] - 1;
-            return -1;
-        }
-        for (uint32_t i = 0; i < d->size; ++i)
-            if (sameImage(keys[i], image)) return i;
+        if (!d->index) return scan(d, image);
+        const uint32_t* slots = d->index->slots();
+        for (uint32_t slot = static_cast<uint32_t>(hashKey(key)) & d->index->mask; slots[slot]; slot = (slot + 1) & d->index->mask)
+            if (sameImage(keys[slots[slot] - 1], image)) return slots[slot] - 1;
         return -1;
     }
     auto matches = [&](const Value& k) { return k.isString() && k.asString() == key; };
@@ -685,18 +688,12 @@ Dictionary::const_iterator Dictionary::begin() const noexcept { return {node_->k
 Dictionary::const_iterator Dictionary::end() const noexcept { return {node_->keys + node_->size, node_->values + node_->size}; }
 
 const Value* Dictionary::find(std::string_view key) const noexcept {
-    // Records look up short keys in small dictionaries: that scan first.
+    // Records look up short keys in small dictionaries: that scan first,
+    // without the general search's call.
     const detail::DictNode* d = node_;
-    if (key.size() <= 15 && !d->index) {
-        detail::KeyImage image = detail::imageOf(key);
-        for (uint32_t i = 0; i < d->size; ++i)
-            if (detail::sameImage(d->keys[i], image)) return &d->values[i];
-        return nullptr;
-    }
-    int64_t at = detail::position(d, key);
+    int64_t at = key.size() <= 15 && !d->index ? detail::scan(d, detail::imageOf(key)) : detail::position(d, key);
     return at < 0 ? nullptr : &d->values[at];
 }
-
 
 Value Dictionary::valueOrNull(std::string_view key) const {
     const Value* v = find(key);
