@@ -93,11 +93,6 @@ public:
     const std::string& pin(int site) const { return pins_[site]; }
     // Both certificates, as a file of authorities to trust.
     std::string trustFile() const { return (folder_ / "trust.pem").string(); }
-    // The access log: "<port> <connection> <protocol> <method> <path> <status>" a line.
-    std::string accessLog() const {
-        std::ifstream log(folder_ / "access.log");
-        return {std::istreambuf_iterator<char>(log), {}};
-    }
 
 private:
     static int& counter() {
