@@ -77,6 +77,11 @@ TEST_F(Cancellation, NoTransferHoldsUpTheGlobalQueue) {
     EXPECT_EQ(stuck, (std::vector<std::string>{"F|checkWithPListURL: cancelled", "F|checkWithPListURL: cancelled", "F|checkWithPListURL: cancelled",
                                                "F|checkWithPListURL: cancelled", "F|uploadSignaturePDF: cancelled"}));
     EXPECT_EQ(screen.pending(), 0u);
+    // A cancelled check says nothing more when its fetch ends. Swapping the
+    // sink takes the log's lock: what the pool logged before is seen here.
+    std::this_thread::sleep_for(300ms);
+    setLogSink(setLogSink(nullptr));
+    EXPECT_EQ(std::count(logLines.begin(), logLines.end(), "dict is nil"), 0);
 }
 
 // An interleaving of a call with cancellation, deadline and reply: the call's

@@ -125,6 +125,8 @@ TEST_F(UpdateCheck, ManifestsInBothFormats) {
         {"a version that is a boolean", manifest("<key>bundle-version</key><true/>"), "0", false, std::nullopt},
         {"a negative version", manifest("<key>bundle-version</key><integer>-1</integer>"), "0", false, std::nullopt},
         {"a huge version", manifest("<key>bundle-version</key><integer>18446744073709551615</integer>"), "0", false, std::nullopt},
+        {"the least version", manifest("<key>bundle-version</key><integer>0</integer>"), "0", false, "Version 0"},
+        {"the greatest version", manifest("<key>bundle-version</key><integer>9007199254740992</integer>"), "1.0", true, "Version 9007199254740992"},
         {"an array at the top", plistDocument("<array/>"), "1.0", false, std::nullopt},
         {"not a property list", "<html>9.9</html>", "1.0", false, std::nullopt},
     };
