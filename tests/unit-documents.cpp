@@ -26,6 +26,11 @@ const RequestCase kRequests[] = {
     {"printers", [] { Printer::listPrinterOfCompany(3, ignore<std::vector<Printer>>()); }, HTTPMethod::GET, "getPrintServer", "companyid=3:i32"},
     {"print request: the order as a double", [] { Printer::sendPrintRequestOfOrderID(9007199254740993L, 2, 811, kIgnoreFlag); },
      HTTPMethod::POST, "addprintlist", "id=9007199254740992:f64 serverid=2:i32 receiptid=811:i32"},
+    {"agreements, nobody signed in: CompanyId 0", [] {
+         Account::signOut();
+         Agreement::listWithSN("SN1", ignore<std::vector<Agreement>>());
+     },
+     HTTPMethod::GET, "getAgreementList", R"(CompanyId=0:i64 SN="SN1")"},
 };
 
 class Documents : public test::GatewayTest {};

@@ -39,14 +39,18 @@ const test::RequestCase kRequests[] = {
 TEST_F(Messaging, ParametersAsTheServerExpectsThem) { test::expectRequests(*transport, kRequests); }
 
 TEST_F(Messaging, AChatMessageNeedsATypeAndAContent) {
-    const std::pair<std::optional<std::string>, std::optional<std::string>> refused[] = {
-        {std::nullopt, "text"}, {"", "text"}, {"你好", std::nullopt}, {"你好", ""}};
-    for (const auto& [content, type] : refused) {
+    const char* kNeeds = "postChat: a message needs a type and a content";
+    const struct {
+        std::optional<std::string> content, type;
+        const char* message;
+    } refused[] = {{std::nullopt, "text", kNeeds}, {"", "text", kNeeds}, {"你好", std::nullopt, kNeeds}, {"你好", "", kNeeds},
+                   {"\xFF", "text", "postChat: text is not valid UTF-8"}};
+    for (const auto& c : refused) {
         std::string got;
-        Chat::sendAsUser(7, content, type, [&](bool ok, std::optional<std::string> m, bool flag) {
+        Chat::sendAsUser(7, c.content, c.type, [&](bool ok, std::optional<std::string> m, bool flag) {
             got = std::string(ok ? "T" : "F") + "|" + m.value_or("-") + "|" + (flag ? "T" : "F");
         });
-        EXPECT_EQ(got, "F|postChat: a message needs a type and a content|F");
+        EXPECT_EQ(got, std::string("F|") + c.message + "|F");
     }
     EXPECT_TRUE(transport->requests().empty());
     for (bool success : {true, false}) {
